@@ -1,0 +1,101 @@
+#pragma once
+
+#include <functional>
+#include <future>
+#include <mutex>
+#include <vector>
+
+#include "byte_io.h"
+#include "cobs.h"
+#include "frame_codec.h"
+#include "zelmor_request.h"
+
+/// The request engine with a scripted device behind its transport hooks: every
+/// frame the engine sends is decoded and handed to a responder, which answers
+/// (or not) by feeding bytes to the receive path. Plain frames only.
+class ScriptedZelmor : public ZelmorRequest {
+public:
+    struct Sent {
+        uint16_t command = 0;
+        uint16_t sequence = 0;
+        std::vector<uint8_t> payload;
+    };
+    using Responder = std::function<void(ScriptedZelmor&, Sent const&)>;
+
+    explicit ScriptedZelmor(Responder responder = {}) : responder_(std::move(responder)) { startThread(); }
+    ~ScriptedZelmor() override {
+        stopThread();
+        joinThread();
+    }
+
+    bool openBluetooth() override { return false; }
+    void connectHub(WifiAccessKey const&) override {}
+    void connectLan(unsigned int) override {}
+    void connectBle(unsigned long) override {}
+    void disconnect() override {}
+    int16_t getRssi() override { return -32768; }
+
+    void sendData(uint8_t const* data, unsigned long length) override {
+        std::vector<uint8_t> frame(length);
+        auto n = cobsDecode(data + 1, length - 2, frame.data());
+        Sent sent;
+        sent.command = readLe<uint16_t>(frame.data());
+        sent.sequence = readLe<uint16_t>(frame.data() + 2);
+        sent.payload.assign(frame.begin() + 6, frame.begin() + static_cast<long>(*n));
+        Responder responder;
+        {
+            std::lock_guard lock(mutex_);
+            sent_.push_back(sent);
+            responder = responder_;
+        }
+        if (responder) responder(*this, sent);
+    }
+
+    /// Sends one plain answer frame to the receive path.
+    void answer(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload = {}) {
+        std::vector<uint8_t> wire;
+        encodeFrame({code, sequence, static_cast<uint16_t>(payload.size())}, payload.data(), nullptr, wire);
+        feed(wire);
+    }
+
+    /// Raw bytes to the receive path, as if they had come from the link.
+    void feed(std::vector<uint8_t> const& bytes) { receiveBytes(bytes.data(), bytes.size()); }
+
+    std::vector<Sent> sent() const {
+        std::lock_guard lock(mutex_);
+        return sent_;
+    }
+
+    using ZelmorRequest::enqueue;
+    using ZelmorRequest::stopThread;
+
+private:
+    mutable std::mutex mutex_;
+    Responder responder_;
+    std::vector<Sent> sent_;
+};
+
+/// Collects the arguments of one callback; get() waits for it.
+template <class... Args>
+class CallbackResult {
+public:
+    std::function<void(Args...)> callback() {
+        return [this](Args... args) {
+            std::lock_guard lock(mutex_);
+            if (!done_) {
+                done_ = true;
+                promise_.set_value(std::make_tuple(std::decay_t<Args>(args)...));
+            }
+        };
+    }
+    std::tuple<std::decay_t<Args>...> get(std::chrono::seconds limit = std::chrono::seconds(60)) {
+        if (future_.wait_for(limit) != std::future_status::ready) throw std::runtime_error("callback never came");
+        return future_.get();
+    }
+
+private:
+    std::mutex mutex_;
+    bool done_ = false;
+    std::promise<std::tuple<std::decay_t<Args>...>> promise_;
+    std::future<std::tuple<std::decay_t<Args>...>> future_ = promise_.get_future();
+};
