@@ -1,0 +1,89 @@
+#include <algorithm>
+#include <cstring>
+
+#include "byte_io.h"
+#include "device_commands.h"
+
+namespace sim {
+
+namespace {
+
+constexpr size_t kMaxSchedules = 32;
+
+ScheduleRecord scheduleAt(uint8_t const* p) {
+    ScheduleRecord record;
+    std::memcpy(record.data(), p, record.size());
+    return record;
+}
+
+}  // namespace
+
+Status getConfig(CommandContext& c) {
+    ByteWriter(c.answer).writeBytes(c.device.config.data(), c.device.config.size());
+    return Status::Success;
+}
+
+Status setConfig(CommandContext& c) {
+    std::memcpy(c.device.config.data(), c.payload, c.device.config.size());
+    c.device.note("configuration written");
+    return Status::Success;
+}
+
+Status resetConfig(CommandContext& c) {
+    c.device.config = defaultConfigImage();
+    c.device.name = c.device.factoryName();
+    c.device.note("configuration reset");
+    return Status::Success;
+}
+
+Status rename(CommandContext& c) {
+    // The name is stored zero-padded, so a zero inside it would cut it short.
+    if (c.length > c.device.maxNameLength() || std::memchr(c.payload, 0, c.length) != nullptr)
+        return Status::InvalidParameter;
+    c.device.name.assign(reinterpret_cast<char const*>(c.payload), c.length);
+    c.device.note("renamed");
+    return Status::Success;
+}
+
+Status getSchedules(CommandContext& c) {
+    ByteWriter w(c.answer);
+    for (ScheduleRecord const& s : c.device.schedules) w.writeBytes(s.data(), s.size());
+    return Status::Success;
+}
+
+Status addSchedules(CommandContext& c) {
+    if (c.length % kScheduleRecordSize != 0) return Status::InvalidParameter;
+    size_t const count = c.length / kScheduleRecordSize;
+    // All or nothing: a batch that does not fit is refused whole.
+    if (c.device.schedules.size() + count > kMaxSchedules) return Status::RequestFailed;
+    for (size_t i = 0; i < count; ++i) c.device.schedules.push_back(scheduleAt(c.payload + i * kScheduleRecordSize));
+    return Status::Success;
+}
+
+Status updateSchedule(CommandContext& c) {
+    auto const index = readLe<uint32_t>(c.payload);
+    if (index >= c.device.schedules.size()) return Status::InvalidParameter;
+    c.device.schedules[index] = scheduleAt(c.payload + 4);
+    return Status::Success;
+}
+
+Status deleteSchedule(CommandContext& c) {
+    auto const index = readLe<uint32_t>(c.payload);
+    if (index >= c.device.schedules.size()) return Status::InvalidParameter;
+    c.device.schedules.erase(c.device.schedules.begin() + index);
+    return Status::Success;
+}
+
+Status clearSchedules(CommandContext& c) {
+    c.device.schedules.clear();
+    return Status::Success;
+}
+
+Status commitSchedules(CommandContext& c) {
+    c.device.committedSchedules = c.device.schedules;
+    ++c.device.scheduleCommits;
+    c.device.note("schedules committed (" + std::to_string(c.device.schedules.size()) + ")");
+    return Status::Success;
+}
+
+}  // namespace sim

@@ -1,0 +1,184 @@
+#include "device_state.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+#include "auth_key.h"
+#include "hardware_revision.h"
+
+namespace sim {
+
+namespace {
+
+constexpr int64_t kSecondsPerDay = 86400;
+// Integration step by distance from the clock: long gaps (a pre-filled history)
+// are covered in coarse steps, the last hour second by second.
+struct StepTier {
+    int64_t beyond;
+    int64_t step;
+};
+constexpr StepTier kStepTiers[] = {{86400, 60}, {3600, 10}};
+
+int64_t stepFor(int64_t gap) {
+    for (StepTier const& tier : kStepTiers)
+        if (gap > tier.beyond) return tier.step;
+    return 1;
+}
+
+constexpr double kFullCharge = 0.998;
+// Below this the current counts as noise: neither charging nor discharging.
+constexpr double kIdleCurrent = 0.1;
+constexpr size_t kNetworkNameLength = 32;
+constexpr size_t kBluetoothNameLength = 8;
+
+int64_t systemClock() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+DeviceClock clockOf(SimulatedDeviceConfig const& config) {
+    return config.clock ? config.clock : DeviceClock(systemClock);
+}
+
+int64_t historyStart(DeviceClock const& clock, uint32_t historyDays) {
+    return clock() - static_cast<int64_t>(historyDays) * kSecondsPerDay;
+}
+
+int64_t nextGridPoint(int64_t after, int64_t interval) {
+    int64_t const q = after / interval - (after % interval < 0 ? 1 : 0);
+    return (q + 1) * interval;
+}
+
+std::optional<AuthKey> keyOf(std::string const& password) {
+    if (password.empty()) return std::nullopt;
+    return makeAuthKey(password);
+}
+
+}  // namespace
+
+std::string versionText(uint16_t version) {
+    char text[8];
+    std::snprintf(text, sizeof text, "%x.%02x", version >> 8, version & 0xFF);
+    return text;
+}
+
+ConfigImage defaultConfigImage() {
+    // Distinct bytes at every offset, so that a shifted or truncated copy shows.
+    ConfigImage image{};
+    for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<uint8_t>(i * 7 + 3);
+    return image;
+}
+
+DeviceState::DeviceState(SimulatedDeviceConfig const& c)
+    : hardwareRevision(c.hardwareRevision),
+      firmwareVersion(c.firmwareVersion),
+      serial(c.serial),
+      ipAddress(c.ipAddress),
+      bluetoothAddress(c.bluetoothAddress),
+      userKey(keyOf(c.userPassword)),
+      masterKey(keyOf(c.masterPassword)),
+      clock(clockOf(c)),
+      rng(c.seed),
+      sensor{0.02 + 0.04 * std::uniform_real_distribution<double>(0, 1)(rng), 0.004},
+      logInterval(std::max<uint32_t>(1, c.logIntervalSeconds)),
+      bootTime(historyStart(clock, c.historyDays)),
+      nextLogTime(nextGridPoint(bootTime, logInterval)),
+      battery(BatteryModelConfig{c.chemistry, c.capacityAh, hasSecondVoltage(c.hardwareRevision), c.seed}, bootTime),
+      statistics(c.capacityAh, battery.reading().stateOfCharge, measure()),
+      log(c.hardwareRevision) {
+    name = c.name.empty() ? factoryName() : c.name.substr(0, maxNameLength());
+    renewAccessKey();
+    if (isWifiFamily(hardwareRevision) && !c.wifiNetwork.empty()) {
+        wifiNetworks.push_back({c.wifiNetwork.substr(0, kNetworkNameLength), "", 3, -52});
+        wifiNetwork = wifiNetworks.back().ssid;
+        wifiStatus = WifiStatus::Connected;
+    }
+    note("power on, firmware " + versionText(firmwareVersion));
+    catchUp();
+}
+
+void DeviceState::catchUp() {
+    int64_t const target = now();
+    // Each step holds the reading at its start; steps end on log sample times so
+    // that every record is taken exactly on the interval grid.
+    while (battery.time() < target) {
+        int64_t const t = battery.time();
+        int64_t const next = std::min({t + stepFor(target - t), nextLogTime, target});
+        MeasuredSample const sample = measure();
+        statistics.observe(sample);
+        statistics.integrate(sample, static_cast<double>(next - t));
+        battery.advance(next - t);
+        if (next == nextLogTime) {
+            MonitorReadings const r = readings();
+            log.append(LogRecord{r.time, r.voltage1, r.voltage2, r.current, r.power, r.temperature, r.stateOfCharge,
+                                 static_cast<uint8_t>(r.powerStatus)});
+            nextLogTime += logInterval;
+        }
+    }
+    statistics.observe(measure());
+}
+
+MeasuredSample DeviceState::measure() const {
+    BatteryReading const r = battery.reading();
+    double const current = r.current * (1 + sensor.gainError) + sensor.offsetError;
+    return {r.voltage1, r.voltage2, current, r.voltage1 * current, r.temperature, r.stateOfCharge >= kFullCharge};
+}
+
+PowerStatus DeviceState::powerStatus() const {
+    if (battery.reading().lowVoltageCutoff) return PowerStatus::LowVoltageDisconnect;
+    return relayOn ? PowerStatus::On : PowerStatus::Off;
+}
+
+MonitorReadings DeviceState::readings() const {
+    MeasuredSample const s = measure();
+    MonitorReadings r;
+    r.time = deviceTime();
+    r.status = (relayOn ? kStatusRelayOn : 0) | (s.current > kIdleCurrent ? kStatusCharging : 0) |
+               (hasSecondVoltage(hardwareRevision) ? kStatusSecondVoltage : 0);
+    r.voltage1 = static_cast<float>(s.voltage1);
+    r.voltage2 = static_cast<float>(s.voltage2);
+    r.current = static_cast<float>(s.current);
+    r.power = static_cast<float>(s.power);
+    r.temperature = static_cast<float>(s.temperature);
+    r.coulombMeter = statistics.coulombMeterMah();
+    r.energyMeter = statistics.energyMeterMwh();
+    r.powerStatus = powerStatus();
+    r.stateOfCharge = static_cast<uint8_t>(std::lround(statistics.stateOfCharge() * 100));
+    r.runtime = kRuntimeNotAvailable;
+    if (s.current < -kIdleCurrent) {
+        double const minutes = statistics.remainingAh() / -s.current * 60;
+        r.runtime = static_cast<uint16_t>(std::min(minutes, static_cast<double>(kRuntimeMax)));
+    }
+    r.rssi = kRssiNotAvailable;
+    if (size_t const inUse = wifiNetworkInUse(); inUse < wifiNetworks.size())
+        r.rssi = static_cast<int16_t>(wifiNetworks[inUse].lastSignal - (battery.time() / 10) % 5);
+    return r;
+}
+
+void DeviceState::note(std::string_view event) { debug.note(deviceTime(), event); }
+
+void DeviceState::renewAccessKey() {
+    std::uniform_int_distribution<int> byte(0, 255);
+    for (uint8_t& b : accessKey.keyId) b = static_cast<uint8_t>(byte(rng));
+    for (uint8_t& b : accessKey.key) b = static_cast<uint8_t>(byte(rng));
+}
+
+std::string DeviceState::factoryName() const {
+    return std::string(modelName(hardwareRevision)).substr(0, maxNameLength());
+}
+
+size_t DeviceState::maxNameLength() const {
+    return isNetworkModel(hardwareRevision) ? kNetworkNameLength : kBluetoothNameLength;
+}
+
+size_t DeviceState::wifiNetworkInUse() const {
+    if (wifiStatus != WifiStatus::Connected) return wifiNetworks.size();
+    auto it = std::find_if(wifiNetworks.begin(), wifiNetworks.end(),
+                           [this](StoredNetwork const& n) { return n.ssid == wifiNetwork; });
+    return static_cast<size_t>(it - wifiNetworks.begin());
+}
+
+}  // namespace sim

@@ -1,0 +1,133 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <random>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "battery_model.h"
+#include "debug_area.h"
+#include "device_log.h"
+#include "device_statistics.h"
+#include "firmware_update.h"
+#include "simulated_device_config.h"
+#include "zelmor.h"
+
+namespace sim {
+
+using AuthKey = std::array<uint8_t, 32>;
+inline constexpr size_t kScheduleRecordSize = 24;
+using ScheduleRecord = std::array<uint8_t, kScheduleRecordSize>;
+inline constexpr size_t kConfigImageSize = 104;
+using ConfigImage = std::array<uint8_t, kConfigImageSize>;
+
+/// A BCD firmware version as shown: 0x0132 is "1.32".
+std::string versionText(uint16_t version);
+
+/// The factory content of the configuration image.
+ConfigImage defaultConfigImage();
+
+enum class WifiStatus : uint8_t { NotConnected = 0, Connecting = 1, Connected = 2, Failed = 3 };
+
+/// Power status byte of the monitor data.
+enum class PowerStatus : uint8_t { Off = 0, On = 1, LowVoltageDisconnect = 2 };
+
+struct StoredNetwork {
+    std::string ssid;
+    std::string password;
+    uint8_t security = 0;
+    int8_t lastSignal = 0;  // dBm
+};
+
+/// Error of the current sensor that calibration removes.
+struct SensorCalibration {
+    double offsetError = 0;  // A
+    double gainError = 0;    // relative
+};
+
+/// What the device shows at one moment, as it would send it (command 0x04).
+struct MonitorReadings {
+    uint32_t time = 0;
+    uint32_t status = 0;
+    float voltage1 = 0;
+    float voltage2 = 0;
+    float current = 0;
+    float power = 0;
+    float temperature = 0;
+    int64_t coulombMeter = 0;  // mAh
+    int64_t energyMeter = 0;   // mWh
+    PowerStatus powerStatus = PowerStatus::Off;
+    uint8_t stateOfCharge = 255;
+    uint16_t runtime = 0;  // minutes
+    int16_t rssi = 0;      // dBm
+};
+
+/// Status word bits of the monitor data.
+inline constexpr uint32_t kStatusRelayOn = 1u << 0;
+inline constexpr uint32_t kStatusCharging = 1u << 1;
+inline constexpr uint32_t kStatusSecondVoltage = 1u << 2;
+/// Runtime while charging or idle.
+inline constexpr uint16_t kRuntimeNotAvailable = 65534;
+inline constexpr uint16_t kRuntimeMax = 65520;
+inline constexpr int16_t kRssiNotAvailable = -32768;
+
+/// Everything one device knows and keeps. Not thread-safe: SimulatedDevice
+/// guards it. Members are declared in construction order.
+struct DeviceState {
+    explicit DeviceState(SimulatedDeviceConfig const& config);
+
+    uint8_t hardwareRevision;
+    uint16_t firmwareVersion;
+    uint64_t serial;
+    std::string name;
+    std::array<uint8_t, 4> ipAddress;
+    std::array<uint8_t, 6> bluetoothAddress;
+
+    std::optional<AuthKey> userKey;
+    std::optional<AuthKey> masterKey;
+
+    ConfigImage config = defaultConfigImage();
+    std::vector<ScheduleRecord> schedules;
+    std::vector<ScheduleRecord> committedSchedules;
+    uint32_t scheduleCommits = 0;
+    bool relayOn = true;
+    int64_t timeOffset = 0;  // device time minus clock time
+
+    WifiStatus wifiStatus = WifiStatus::NotConnected;
+    std::string wifiNetwork;
+    std::vector<StoredNetwork> wifiNetworks;
+
+    DeviceClock clock;
+    std::mt19937_64 rng;
+    Zelmor::WifiAccessKey accessKey;
+    SensorCalibration sensor;
+    uint32_t logInterval;
+    int64_t bootTime;
+    int64_t nextLogTime;
+    BatteryModel battery;
+    DeviceStatistics statistics;
+    DeviceLog log;
+    FirmwareUpdate firmware;
+    DebugArea debug;
+
+    int64_t now() const { return clock(); }
+    uint32_t deviceTime() const { return static_cast<uint32_t>(battery.time() + timeOffset); }
+    /// Runs the battery, meters, statistics and data log up to the clock.
+    void catchUp();
+    MeasuredSample measure() const;
+    MonitorReadings readings() const;
+    PowerStatus powerStatus() const;
+    /// Records an event in the debug area.
+    void note(std::string_view event);
+    void renewAccessKey();
+    /// The model name, cut to what the model can show.
+    std::string factoryName() const;
+    size_t maxNameLength() const;
+    size_t wifiNetworkInUse() const;  // index, or the count when none
+};
+
+}  // namespace sim

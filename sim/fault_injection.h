@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <random>
+#include <vector>
+
+namespace sim {
+
+/// Misbehaviour a simulated device can be told to show. Fractions are
+/// probabilities per encoded answer frame.
+struct FaultSettings {
+    double dropFraction = 0;       // frames that are never sent
+    double corruptFraction = 0;    // frames sent with one body byte altered
+    uint32_t silentCommands = 0;   // the next commands are neither executed nor answered
+    uint64_t closeAfterBytes = 0;  // a session closes once it has sent this many bytes; 0 = never
+    // Honoured by the transports that carry a session, not by the session itself.
+    uint32_t answerDelayMs = 0;
+    uint64_t bytesPerSecond = 0;  // 0 = unlimited
+};
+
+/// What happens to one encoded frame on its way out.
+enum class FrameFate : uint8_t { Send, Drop };
+
+/// Applies the fault settings of one device to all of its sessions. Thread-safe;
+/// its random choices come from a seeded generator so that a failing test can be
+/// repeated exactly.
+class FaultInjector {
+public:
+    explicit FaultInjector(uint64_t seed) : rng_(seed) {}
+
+    void configure(FaultSettings const& settings);
+    FaultSettings settings() const;
+
+    /// True when this command is to be swallowed; counts one silent command down.
+    bool consumeSilence();
+    /// Decides the fate of an encoded frame (delimiters included) and corrupts
+    /// it in place when chosen to.
+    FrameFate processFrame(std::vector<uint8_t>& encoded);
+    uint64_t closeAfterBytes() const;
+
+private:
+    bool chance(double fraction);
+
+    mutable std::mutex mutex_;
+    FaultSettings settings_;
+    std::mt19937_64 rng_;
+};
+
+}  // namespace sim

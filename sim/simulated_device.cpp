@@ -1,0 +1,96 @@
+#include "simulated_device.h"
+
+#include <utility>
+
+namespace sim {
+
+namespace {
+
+// The fault generator must not follow the device's own random sequence, or
+// turning faults on would change what the device does.
+constexpr uint64_t kFaultSeedSalt = 0x6661756C74730000ULL;
+
+}  // namespace
+
+SimulatedDevice::SimulatedDevice(SimulatedDeviceConfig config)
+    : maxFramePayload_(config.maxFramePayload), state_(config), faults_(config.seed ^ kFaultSeedSalt) {}
+
+std::unique_ptr<DeviceSession> SimulatedDevice::openSession(SessionMode mode, SendFunction send) {
+    return std::make_unique<DeviceSession>(*this, mode, std::move(send), maxFramePayload_);
+}
+
+void SimulatedDevice::advance() {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+}
+
+DeviceSnapshot SimulatedDevice::snapshot() {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+    DeviceState const& d = state_;
+    DeviceSnapshot s;
+    s.name = d.name;
+    s.firmwareVersion = d.firmwareVersion;
+    s.hardwareRevision = d.hardwareRevision;
+    s.serial = d.serial;
+    s.relayOn = d.relayOn;
+    s.userPasswordSet = d.userKey.has_value();
+    s.masterPasswordSet = d.masterKey.has_value();
+    s.wifiStatus = d.wifiStatus;
+    s.wifiNetwork = d.wifiNetwork;
+    s.wifiNetworkCount = d.wifiNetworks.size();
+    s.config = d.config;
+    s.schedules = d.schedules;
+    s.committedSchedules = d.committedSchedules;
+    s.scheduleCommits = d.scheduleCommits;
+    s.deviceTime = d.deviceTime();
+    s.secondsSincePowerOn = static_cast<uint32_t>(d.battery.time() - d.bootTime);
+    return s;
+}
+
+MonitorReadings SimulatedDevice::readings() {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+    return state_.readings();
+}
+
+Zelmor::WifiAccessKey SimulatedDevice::accessKey() const {
+    std::lock_guard lock(mutex_);
+    return state_.accessKey;
+}
+
+FirmwareUpdateProgress SimulatedDevice::firmwareUpdate() const {
+    std::lock_guard lock(mutex_);
+    return state_.firmware.progress();
+}
+
+std::vector<LogFileEntry> SimulatedDevice::logFiles() {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+    return state_.log.list();
+}
+
+std::vector<uint8_t> SimulatedDevice::logFile(uint32_t id) {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+    std::vector<uint8_t> const* file = state_.log.file(id);
+    return file != nullptr ? *file : std::vector<uint8_t>{};
+}
+
+std::string SimulatedDevice::debugText() const {
+    std::lock_guard lock(mutex_);
+    return state_.debug.text();
+}
+
+size_t SimulatedDevice::logRecordSize() const {
+    std::lock_guard lock(mutex_);
+    return state_.log.recordSize();
+}
+
+CommandResult SimulatedDevice::execute(SessionState& session, uint16_t code, uint8_t const* payload, size_t length) {
+    std::lock_guard lock(mutex_);
+    state_.catchUp();
+    return executeCommand(state_, session, code, payload, length);
+}
+
+}  // namespace sim

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "device_commands.h"
+#include "device_session.h"
+#include "device_state.h"
+#include "fault_injection.h"
+#include "simulated_device_config.h"
+#include "zelmor.h"
+
+namespace sim {
+
+/// A summary of the device's state for tests and the demo.
+struct DeviceSnapshot {
+    std::string name;
+    uint16_t firmwareVersion = 0;
+    uint8_t hardwareRevision = 0;
+    uint64_t serial = 0;
+    bool relayOn = false;
+    bool userPasswordSet = false;
+    bool masterPasswordSet = false;
+    WifiStatus wifiStatus = WifiStatus::NotConnected;
+    std::string wifiNetwork;
+    size_t wifiNetworkCount = 0;
+    ConfigImage config{};
+    std::vector<ScheduleRecord> schedules;
+    std::vector<ScheduleRecord> committedSchedules;
+    uint32_t scheduleCommits = 0;
+    uint32_t deviceTime = 0;
+    uint32_t secondsSincePowerOn = 0;
+};
+
+/// A battery monitor that lives in this process: the device side of the
+/// protocol over any number of sessions, a battery that charges and discharges
+/// with the clock, and a data log. Every public member is thread-safe.
+class SimulatedDevice {
+public:
+    explicit SimulatedDevice(SimulatedDeviceConfig config);
+    SimulatedDevice(SimulatedDevice const&) = delete;
+    SimulatedDevice& operator=(SimulatedDevice const&) = delete;
+
+    /// A new connection; its answers go to `send`.
+    std::unique_ptr<DeviceSession> openSession(SessionMode mode, SendFunction send);
+
+    /// Brings the battery, meters, statistics and log up to the clock. Every
+    /// command does this first; an idle device can be caught up with it.
+    void advance();
+
+    DeviceSnapshot snapshot();
+    MonitorReadings readings();
+    Zelmor::WifiAccessKey accessKey() const;
+    FirmwareUpdateProgress firmwareUpdate() const;
+    std::vector<LogFileEntry> logFiles();
+    /// A copy of a log file's content; empty when there is no such file.
+    std::vector<uint8_t> logFile(uint32_t id);
+    std::string debugText() const;
+    size_t logRecordSize() const;
+
+    FaultInjector& faults() { return faults_; }
+
+private:
+    friend class DeviceSession;
+
+    CommandResult execute(SessionState& session, uint16_t code, uint8_t const* payload, size_t length);
+
+    size_t const maxFramePayload_;
+    mutable std::mutex mutex_;
+    DeviceState state_;
+    FaultInjector faults_;
+};
+
+}  // namespace sim

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "battery_model.h"
+
+namespace sim {
+
+/// Seconds since 1970-01-01 UTC.
+using DeviceClock = std::function<int64_t()>;
+
+/// Everything that makes one simulated device what it is at power-on.
+struct SimulatedDeviceConfig {
+    /// 0x10 LAN, 0x40/0x41 WiFi, 0x2_ and 0x3_ Bluetooth LE only.
+    uint8_t hardwareRevision = 0x41;
+    /// BCD digits: 0x0132 is shown as "1.32".
+    uint16_t firmwareVersion = 0x0132;
+    uint64_t serial = 100001;
+    /// Empty: the model name.
+    std::string name;
+    /// Empty: no password of that kind.
+    std::string userPassword;
+    std::string masterPassword;
+    uint32_t logIntervalSeconds = 60;
+    /// Days of data log recorded before the device was handed over.
+    uint32_t historyDays = 0;
+    uint64_t seed = 1;
+    /// Empty: the system clock.
+    DeviceClock clock;
+    /// a.b.c.d, most significant first.
+    std::array<uint8_t, 4> ipAddress{127, 0, 0, 1};
+    std::array<uint8_t, 6> bluetoothAddress{0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x01};
+    /// Largest payload of one answer frame; longer answers are split.
+    size_t maxFramePayload = 4096;
+    /// The network a WiFi model has joined at power-on; empty: none.
+    std::string wifiNetwork = "HarbourNet";
+    BatteryChemistry chemistry = BatteryChemistry::LiFePO4;
+    double capacityAh = 200;
+};
+
+}  // namespace sim

@@ -1,0 +1,320 @@
+#include "log_record.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr uint8_t kTwoVoltageModel = 0x41;
+constexpr uint8_t kOneVoltageModel = 0x31;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+constexpr float kInf = std::numeric_limits<float>::infinity();
+
+LogRecord sample() {
+    LogRecord r;
+    r.time = 1700000000;
+    r.voltage1 = 12.5f;
+    r.voltage2 = 13.0f;
+    r.current = -3.25f;
+    r.power = -40.63f;
+    r.temperature = 21.5f;
+    r.stateOfCharge = 87;
+    r.powerStatus = 2;
+    return r;
+}
+
+Bytes encode(uint8_t revision, LogRecord const& r) {
+    Bytes out;
+    encodeLogRecord(revision, r, out);
+    return out;
+}
+
+std::vector<LogRecord> decode(uint8_t revision, Bytes const& bytes) {
+    std::vector<LogRecord> out;
+    decodeLogRecords(revision, bytes.data(), bytes.size(), out);
+    return out;
+}
+
+TEST(LogRecordTest, RecordSizeFollowsTheModelFamily) {
+    struct Case {
+        uint8_t revision;
+        size_t size;
+    };
+    Case const cases[] = {{0x00, 18}, {0x10, 18}, {0x1F, 18}, {0x21, 18}, {0x2F, 18}, {0x30, 16},
+                          {0x31, 16}, {0x3F, 16}, {0x40, 18}, {0x4A, 18}, {0x50, 18}, {0xF0, 18}};
+    for (auto const& c : cases) EXPECT_EQ(logRecordSize(c.revision), c.size) << int(c.revision);
+}
+
+TEST(LogRecordTest, EncodesTwoVoltageRecordByteForByte) {
+    Bytes const expected = {
+        0x00, 0xF1, 0x53, 0x65,  // time 1700000000
+        0x6A, 0x18,              // voltage 1: 6250 x 2 mV
+        0x64, 0x19,              // voltage 2: 6500 x 2 mV
+        0x4E, 0xF3, 0xFF,        // current: -3250 mA
+        0x21, 0xF0, 0xFF,        // power: -4063 x 10 mW
+        0x66, 0x08,              // temperature: 2150 x 0.01 °C
+        0x57,                    // state of charge 87
+        0x02,                    // power status
+    };
+    EXPECT_EQ(encode(kTwoVoltageModel, sample()), expected);
+    EXPECT_EQ(encode(0x12, sample()), expected);
+    EXPECT_EQ(encode(0x23, sample()), expected);
+}
+
+TEST(LogRecordTest, EncodesOneVoltageRecordByteForByte) {
+    Bytes const expected = {
+        0x00, 0xF1, 0x53, 0x65,  // time
+        0x6A, 0x18,              // voltage 1
+        0x4E, 0xF3, 0xFF,        // current
+        0x21, 0xF0, 0xFF,        // power
+        0x66, 0x08,              // temperature
+        0x57,                    // state of charge
+        0x02,                    // power status
+    };
+    EXPECT_EQ(encode(kOneVoltageModel, sample()), expected);
+}
+
+TEST(LogRecordTest, DecodesBytesWrittenOut) {
+    Bytes const bytes = {
+        0x10, 0x32, 0x54, 0x76,  // time 0x76543210
+        0xFE, 0xFF,              // voltage 1: 65534 -> 131.068 V
+        0x01, 0x00,              // voltage 2: 2 mV
+        0xFF, 0xFF, 0xFF,        // current -1 mA
+        0x01, 0x00, 0x80,        // power -8388607 x 10 mW
+        0x01, 0x80,              // temperature -327.67 °C
+        0xC8,                    // state of charge 200: unknown, kept
+        0xFE,                    // power status
+    };
+    auto const records = decode(kTwoVoltageModel, bytes);
+    ASSERT_EQ(records.size(), 1u);
+    LogRecord const& r = records[0];
+    EXPECT_EQ(r.time, 0x76543210u);
+    EXPECT_FLOAT_EQ(r.voltage1, 131.068f);
+    EXPECT_FLOAT_EQ(r.voltage2, 0.002f);
+    EXPECT_FLOAT_EQ(r.current, -0.001f);
+    EXPECT_FLOAT_EQ(r.power, -83886.07f);
+    EXPECT_FLOAT_EQ(r.temperature, -327.67f);
+    EXPECT_EQ(r.stateOfCharge, 200);
+    EXPECT_EQ(r.powerStatus, 0xFE);
+}
+
+TEST(LogRecordTest, OneVoltageModelsDecodeVoltage2AsNaN) {
+    auto const records = decode(kOneVoltageModel, encode(kOneVoltageModel, sample()));
+    ASSERT_EQ(records.size(), 1u);
+    EXPECT_TRUE(std::isnan(records[0].voltage2));
+    EXPECT_FLOAT_EQ(records[0].voltage1, 12.5f);
+    EXPECT_FLOAT_EQ(records[0].current, -3.25f);
+    EXPECT_FLOAT_EQ(records[0].power, -40.63f);
+    EXPECT_FLOAT_EQ(records[0].temperature, 21.5f);
+    EXPECT_EQ(records[0].stateOfCharge, 87);
+    EXPECT_EQ(records[0].powerStatus, 2);
+}
+
+TEST(LogRecordTest, UnavailableValuesUseTheirCodes) {
+    LogRecord r = sample();
+    r.voltage1 = r.voltage2 = r.current = r.power = r.temperature = kNaN;
+    r.stateOfCharge = 255;
+    Bytes const expected = {0x00, 0xF1, 0x53, 0x65, 0xFF, 0xFF, 0xFF, 0xFF, 0x00,
+                            0x00, 0x80, 0x00, 0x00, 0x80, 0x00, 0x80, 0xFF, 0x02};
+    Bytes const bytes = encode(kTwoVoltageModel, r);
+    EXPECT_EQ(bytes, expected);
+    auto const back = decode(kTwoVoltageModel, bytes);
+    ASSERT_EQ(back.size(), 1u);
+    EXPECT_TRUE(std::isnan(back[0].voltage1));
+    EXPECT_TRUE(std::isnan(back[0].voltage2));
+    EXPECT_TRUE(std::isnan(back[0].current));
+    EXPECT_TRUE(std::isnan(back[0].power));
+    EXPECT_TRUE(std::isnan(back[0].temperature));
+    EXPECT_EQ(back[0].stateOfCharge, 255);
+}
+
+TEST(LogRecordTest, OutOfRangeValuesSaturate) {
+    struct Case {
+        float voltage;
+        float current;
+        float power;
+        float temperature;
+        Bytes fields;  // voltage 1, current, power, temperature
+    };
+    Case const cases[] = {
+        {131.068f, 8388.607f, 83886.07f, 327.67f, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
+        {200.0f, 1e6f, 1e7f, 400.0f, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
+        {kInf, kInf, kInf, kInf, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
+        {-0.5f, -8388.607f, -83886.07f, -327.67f, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
+        {-1e9f, -1e6f, -1e7f, -400.0f, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
+        {-kInf, -kInf, -kInf, -kInf, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.voltage << " V " << c.current << " A");
+        LogRecord r = sample();
+        r.voltage1 = c.voltage;
+        r.current = c.current;
+        r.power = c.power;
+        r.temperature = c.temperature;
+        Bytes const bytes = encode(kOneVoltageModel, r);
+        ASSERT_EQ(bytes.size(), 16u);
+        EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 14), c.fields);
+    }
+}
+
+TEST(LogRecordTest, RoundsToTheNearestUnit) {
+    struct Case {
+        float current;
+        Bytes bytes;
+    };
+    Case const cases[] = {
+        {0.0004f, {0x00, 0x00, 0x00}},  {0.0006f, {0x01, 0x00, 0x00}}, {-0.0004f, {0x00, 0x00, 0x00}},
+        {-0.0006f, {0xFF, 0xFF, 0xFF}}, {1.2344f, {0xD2, 0x04, 0x00}}, {1.2346f, {0xD3, 0x04, 0x00}},
+        {0.0f, {0x00, 0x00, 0x00}},     {-0.0f, {0x00, 0x00, 0x00}},   {-1.0f, {0x18, 0xFC, 0xFF}},
+    };
+    for (auto const& c : cases) {
+        LogRecord r = sample();
+        r.current = c.current;
+        Bytes const bytes = encode(kTwoVoltageModel, r);
+        EXPECT_EQ(Bytes(bytes.begin() + 8, bytes.begin() + 11), c.bytes) << c.current;
+    }
+}
+
+TEST(LogRecordTest, RoundsHalvesAwayFromZero) {
+    struct Case {
+        float temperature;
+        Bytes bytes;
+    };
+    // Exact halves in binary, so the tie is really a tie.
+    Case const cases[] = {
+        {0.125f, {0x0D, 0x00}}, {-0.125f, {0xF3, 0xFF}}, {0.375f, {0x26, 0x00}}, {-0.375f, {0xDA, 0xFF}}};
+    for (auto const& c : cases) {
+        LogRecord r = sample();
+        r.temperature = c.temperature;
+        Bytes const bytes = encode(kTwoVoltageModel, r);
+        EXPECT_EQ(Bytes(bytes.begin() + 14, bytes.begin() + 16), c.bytes) << c.temperature;
+    }
+}
+
+TEST(LogRecordTest, RoundTripStaysWithinHalfAUnit) {
+    float const voltages[] = {0.0f, 0.001f, 3.3f, 12.789f, 27.6543f, 48.0f, 131.067f};
+    float const currents[] = {0.0f, 0.0004f, -0.0004f, 1.5f, -250.123f, 8388.6f, -8388.6f};
+    float const powers[] = {0.0f, 0.004f, -0.004f, 12.34f, -4000.5f, 83886.0f, -83886.0f};
+    float const temperatures[] = {0.0f, -0.004f, 25.0f, -40.015f, 85.125f, 327.66f, -327.66f};
+    for (uint8_t revision : {kTwoVoltageModel, kOneVoltageModel}) {
+        Bytes bytes;
+        std::vector<LogRecord> originals;
+        for (size_t i = 0; i < std::size(voltages); ++i) {
+            LogRecord r;
+            r.time = static_cast<uint32_t>(i);
+            r.voltage1 = voltages[i];
+            r.voltage2 = voltages[std::size(voltages) - 1 - i];
+            r.current = currents[i];
+            r.power = powers[i];
+            r.temperature = temperatures[i];
+            r.stateOfCharge = static_cast<uint8_t>(i * 40);
+            r.powerStatus = static_cast<uint8_t>(i);
+            originals.push_back(r);
+            encodeLogRecord(revision, r, bytes);
+        }
+        auto const back = decode(revision, bytes);
+        ASSERT_EQ(back.size(), originals.size());
+        for (size_t i = 0; i < back.size(); ++i) {
+            SCOPED_TRACE(testing::Message() << "revision " << int(revision) << " record " << i);
+            auto const& a = originals[i];
+            auto const& b = back[i];
+            // Half a unit, plus the float rounding of the larger magnitudes.
+            EXPECT_NEAR(b.voltage1, a.voltage1, 0.001 + 1e-5);
+            EXPECT_NEAR(b.current, a.current, 0.0005 + 1e-3);
+            EXPECT_NEAR(b.power, a.power, 0.005 + 1e-2);
+            EXPECT_NEAR(b.temperature, a.temperature, 0.005 + 1e-4);
+            if (revision == kTwoVoltageModel)
+                EXPECT_NEAR(b.voltage2, a.voltage2, 0.001 + 1e-5);
+            else
+                EXPECT_TRUE(std::isnan(b.voltage2));
+            EXPECT_EQ(b.time, a.time);
+            EXPECT_EQ(b.stateOfCharge, a.stateOfCharge);
+            EXPECT_EQ(b.powerStatus, a.powerStatus);
+        }
+    }
+}
+
+TEST(LogRecordTest, ReencodingDecodedRecordsGivesTheSameBytes) {
+    // Extremes of every field, where the float holding a decoded value is coarsest.
+    // The last record holds -8388603 mA and -8388606 x 10 mW, which a decoder that
+    // multiplied in float would hand back one count off.
+    Bytes const bytes = {
+        0xFF, 0xFF, 0xFF, 0xFF, 0xFE, 0xFF, 0x00, 0x00, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F, 0x00, 0xFF,
+        0x00, 0x00, 0x00, 0x00, 0x01, 0x00, 0xFF, 0xFF, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80, 0x64, 0x00,
+        0x01, 0x00, 0x00, 0x00, 0x39, 0x30, 0xFE, 0xFF, 0xFE, 0xFF, 0x7F, 0xFD, 0xFF, 0x7F, 0xFE, 0x7F, 0x65, 0x80,
+        0x02, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x05, 0x00, 0x80, 0x02, 0x00, 0x80, 0x00, 0x00, 0x00, 0x00,
+    };
+    auto const records = decode(kTwoVoltageModel, bytes);
+    ASSERT_EQ(records.size(), 4u);
+    Bytes again;
+    for (auto const& r : records) encodeLogRecord(kTwoVoltageModel, r, again);
+    EXPECT_EQ(again, bytes);
+}
+
+TEST(LogRecordTest, PartialRecordAtTheEndIsIgnored) {
+    for (uint8_t revision : {kTwoVoltageModel, kOneVoltageModel}) {
+        Bytes whole;
+        encodeLogRecord(revision, sample(), whole);
+        LogRecord second = sample();
+        second.time += 1;
+        encodeLogRecord(revision, second, whole);
+        size_t const size = logRecordSize(revision);
+        ASSERT_EQ(whole.size(), 2 * size);
+        for (size_t tail = 1; tail < size; ++tail) {
+            Bytes partial(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size + tail));
+            auto const records = decode(revision, partial);
+            ASSERT_EQ(records.size(), 1u) << "revision " << int(revision) << " tail " << tail;
+            EXPECT_EQ(records[0].time, 1700000000u);
+        }
+        EXPECT_EQ(decode(revision, whole).size(), 2u);
+        EXPECT_TRUE(decode(revision, Bytes(whole.begin(), whole.begin() + 1)).empty());
+    }
+}
+
+TEST(LogRecordTest, EmptyInputAppendsNothing) {
+    std::vector<LogRecord> out(1);
+    decodeLogRecords(kTwoVoltageModel, nullptr, 0, out);
+    EXPECT_EQ(out.size(), 1u);
+}
+
+TEST(LogRecordTest, DecodingAppendsAfterExistingRecords) {
+    std::vector<LogRecord> out;
+    for (uint32_t file = 0; file < 3; ++file) {
+        LogRecord r = sample();
+        r.time = file;
+        Bytes const bytes = encode(kOneVoltageModel, r);
+        decodeLogRecords(kOneVoltageModel, bytes.data(), bytes.size(), out);
+    }
+    ASSERT_EQ(out.size(), 3u);
+    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(out[i].time, i);
+}
+
+TEST(LogRecordTest, NegativeCurrentAndPowerKeepTheirSign) {
+    struct Case {
+        Bytes field;
+        float current;
+        float power;
+    };
+    Case const cases[] = {
+        {{0xFF, 0xFF, 0xFF}, -0.001f, -0.01f},        {{0x00, 0x00, 0xFF}, -65.536f, -655.36f},
+        {{0x01, 0x00, 0x80}, -8388.607f, -83886.07f}, {{0xFF, 0xFF, 0x7F}, 8388.607f, 83886.07f},
+        {{0x00, 0x00, 0x01}, 65.536f, 655.36f},
+    };
+    for (auto const& c : cases) {
+        Bytes bytes = {0, 0, 0, 0, 0, 0};
+        bytes.insert(bytes.end(), c.field.begin(), c.field.end());
+        bytes.insert(bytes.end(), c.field.begin(), c.field.end());
+        bytes.insert(bytes.end(), {0, 0, 0, 0});
+        auto const records = decode(kOneVoltageModel, bytes);
+        ASSERT_EQ(records.size(), 1u);
+        EXPECT_FLOAT_EQ(records[0].current, c.current);
+        EXPECT_FLOAT_EQ(records[0].power, c.power);
+    }
+}
+
+}  // namespace

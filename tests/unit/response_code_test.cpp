@@ -1,0 +1,48 @@
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+#include "response_code.h"
+
+namespace {
+
+TEST(ResponseCodeTest, EveryCodeHasItsTextOrNone) {
+    struct Case {
+        uint16_t code;
+        char const* message;
+    };
+    Case const cases[] = {
+        {0, nullptr},
+        {1, "Invalid request."},
+        {2, "Invalid parameter."},
+        {3, "Request failed."},
+        {4, "Feature is locked by user password."},
+        {5, "Feature is locked by master password."},
+        {6, nullptr},
+        {7, nullptr},
+        {8, "Request timeout."},
+        {9, "Invalid device response."},
+        {10, nullptr},
+        {11, nullptr},
+        {0x100, nullptr},
+        {0xFFFF, nullptr},
+    };
+    for (auto const& c : cases) {
+        char const* message = responseCodeMessage(static_cast<Zelmor::ResponseCode>(c.code));
+        if (c.message == nullptr)
+            EXPECT_EQ(message, nullptr) << c.code;
+        else
+            EXPECT_STREQ(message, c.message) << c.code;
+    }
+}
+
+TEST(ResponseCodeTest, NamedCodesMatchTheirTexts) {
+    EXPECT_EQ(responseCodeMessage(Zelmor::ResponseCode::Success), nullptr);
+    EXPECT_EQ(responseCodeMessage(Zelmor::ResponseCode::PasswordRejected), nullptr);
+    EXPECT_EQ(responseCodeMessage(Zelmor::ResponseCode::Cancelled), nullptr);
+    EXPECT_STREQ(responseCodeMessage(Zelmor::ResponseCode::LockedByMasterPassword),
+                 "Feature is locked by master password.");
+}
+
+}  // namespace
