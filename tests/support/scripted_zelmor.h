@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "byte_io.h"
+#include "callback_result.h"
 #include "cobs.h"
 #include "frame_codec.h"
 #include "zelmor_request.h"
@@ -73,29 +74,4 @@ private:
     mutable std::mutex mutex_;
     Responder responder_;
     std::vector<Sent> sent_;
-};
-
-/// Collects the arguments of one callback; get() waits for it.
-template <class... Args>
-class CallbackResult {
-public:
-    std::function<void(Args...)> callback() {
-        return [this](Args... args) {
-            std::lock_guard lock(mutex_);
-            if (!done_) {
-                done_ = true;
-                promise_.set_value(std::make_tuple(std::decay_t<Args>(args)...));
-            }
-        };
-    }
-    std::tuple<std::decay_t<Args>...> get(std::chrono::seconds limit = std::chrono::seconds(60)) {
-        if (future_.wait_for(limit) != std::future_status::ready) throw std::runtime_error("callback never came");
-        return future_.get();
-    }
-
-private:
-    std::mutex mutex_;
-    bool done_ = false;
-    std::promise<std::tuple<std::decay_t<Args>...>> promise_;
-    std::future<std::tuple<std::decay_t<Args>...>> future_ = promise_.get_future();
 };

@@ -1,0 +1,368 @@
+// Every request of the device interface, end to end: the request engine on one
+// side, the simulated device on the other, over a plain link (as to a LAN
+// device) and over an encrypted one (as through the hub). Answers longer than
+// 64 bytes are split into continuation frames throughout.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "auth_key.h"
+#include "callback_result.h"
+#include "firmware_image.h"
+#include "in_process_zelmor.h"
+#include "log_record.h"
+#include "simulated_device.h"
+
+using Code = Zelmor::ResponseCode;
+
+namespace {
+
+constexpr int64_t kNow = 1763800000;  // the device's clock stands still: readings compare exactly
+
+sim::SimulatedDeviceConfig deviceConfig(std::string userPassword = {}) {
+    sim::SimulatedDeviceConfig config;
+    config.hardwareRevision = 0x41;
+    config.firmwareVersion = 0x0132;
+    config.serial = 0x00A1B2C3D4E5F607;
+    config.name = "Cabin bank";
+    config.userPassword = std::move(userPassword);
+    config.historyDays = 20;
+    config.maxFramePayload = 64;
+    config.clock = [] { return kNow; };
+    return config;
+}
+
+/// A connected engine and its device.
+class Link {
+public:
+    Link(bool encrypted, sim::SimulatedDeviceConfig config = deviceConfig())
+        : device(std::move(config)), engine(device) {
+        CallbackResult<> connected;
+        engine.setConnectedCallback(connected.callback());
+        if (encrypted)
+            engine.connectHub(device.accessKey());
+        else
+            engine.connectLan(0x0100007F);
+        connected.get();
+    }
+
+    Code done(std::function<void(Zelmor::DoneCallback)> request) {
+        CallbackResult<Code> result;
+        request(result.callback());
+        return std::get<0>(result.get());
+    }
+
+    template <class Record>
+    std::pair<Code, Record> record(void (ZelmorRequest::*request)(Zelmor::RecordCallback<Record>)) {
+        CallbackResult<Code, Record> result;
+        (engine.*request)(result.callback());
+        auto [code, value] = result.get();
+        return {code, value};
+    }
+
+    std::pair<Code, std::vector<uint8_t>> bytes(std::function<void(Zelmor::BytesCallback)> request) {
+        CallbackResult<Code, std::vector<uint8_t>> result;
+        request([done = result.callback()](Code code, uint8_t const* data, size_t length) {
+            done(code, std::vector<uint8_t>(data, data + length));
+        });
+        auto [code, bytes] = result.get();
+        return {code, bytes};
+    }
+
+    sim::SimulatedDevice device;
+    InProcessZelmor engine;
+};
+
+class EngineDevice : public testing::TestWithParam<bool> {};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Links, EngineDevice, testing::Values(false, true),
+                         [](auto const& info) { return info.param ? "Encrypted" : "Plain"; });
+
+TEST_P(EngineDevice, ReadsInformationLiveDataAndStatistics) {
+    Link link(GetParam());
+    EXPECT_EQ(link.engine.isDirectConnection(), !GetParam());
+
+    auto [infoCode, info] = link.record(&ZelmorRequest::requestGetInfo);
+    ASSERT_EQ(infoCode, Code::Success);
+    EXPECT_EQ(info.name, "Cabin bank");
+    EXPECT_EQ(info.serial, 0x00A1B2C3D4E5F607u);
+    EXPECT_EQ(info.firmwareVersion, 0x0132);
+    EXPECT_EQ(info.hardwareRevision, 0x41);
+    EXPECT_EQ(info.wifiNetwork, "HarbourNet");
+    EXPECT_EQ(link.engine.getDeviceInfo().serial, info.serial);
+
+    auto [code, live] = link.record(&ZelmorRequest::requestGetMonitorData);
+    ASSERT_EQ(code, Code::Success);
+    auto const expected = link.device.readings();
+    EXPECT_EQ(live.time, expected.time);
+    EXPECT_EQ(live.voltage1, expected.voltage1);
+    EXPECT_EQ(live.voltage2, expected.voltage2);
+    EXPECT_EQ(live.current, expected.current);
+    EXPECT_EQ(live.power, expected.power);
+    EXPECT_EQ(live.temperature, expected.temperature);
+    EXPECT_EQ(live.coulombMeter, expected.coulombMeter);
+    EXPECT_EQ(live.energyMeter, expected.energyMeter);
+    EXPECT_EQ(live.stateOfCharge, expected.stateOfCharge);
+    EXPECT_EQ(live.runtime, expected.runtime);
+    EXPECT_EQ(live.rssi, expected.rssi);
+    EXPECT_GT(live.voltage1, 10.5f);
+    EXPECT_LT(live.voltage1, 14.8f);
+
+    auto [statsCode, stats] = link.record(&ZelmorRequest::requestGetStatistics);
+    ASSERT_EQ(statsCode, Code::Success);
+    EXPECT_LE(stats.minVoltage1, live.voltage1);
+    EXPECT_GE(stats.maxVoltage1, live.voltage1);
+    EXPECT_GE(stats.timeSincePowerOn, 20u * 86400u);
+
+    auto [fgCode, fg] = link.record(&ZelmorRequest::requestGetFgStatistics);
+    ASSERT_EQ(fgCode, Code::Success);
+    EXPECT_FLOAT_EQ(fg.fullChargeCapacity, 200.0f);
+    EXPECT_GT(fg.totalDischargedCapacity, 0u);
+}
+
+TEST_P(EngineDevice, CommandsChangeTheDevice) {
+    Link link(GetParam());
+    ZelmorRequest& e = link.engine;
+    using Done = Zelmor::DoneCallback;
+
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetPowerState(false, cb); }), Code::Success);
+    EXPECT_FALSE(link.device.snapshot().relayOn);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetPowerState(true, cb); }), Code::Success);
+    EXPECT_TRUE(link.device.snapshot().relayOn);
+
+    EXPECT_EQ(link.done([&](Done cb) { e.requestRename("Van house", cb); }), Code::Success);
+    EXPECT_EQ(link.device.snapshot().name, "Van house");
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetTime(1800000000, cb); }), Code::Success);
+    EXPECT_EQ(link.device.snapshot().deviceTime, 1800000000u);
+
+    auto [configCode, config] = link.record(&ZelmorRequest::requestGetConfig);
+    ASSERT_EQ(configCode, Code::Success);
+    config.image()[10] ^= 0xFF;
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetConfig(config, cb); }), Code::Success);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetConfig).second, config);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestResetConfig(cb); }), Code::Success);
+    EXPECT_NE(link.record(&ZelmorRequest::requestGetConfig).second, config);
+
+    for (auto request : {&ZelmorRequest::requestResetEnergyMeter, &ZelmorRequest::requestResetCoulombMeter,
+                         &ZelmorRequest::requestResetStatistics, &ZelmorRequest::requestFgSynchronize,
+                         &ZelmorRequest::requestZeroCurrentOffset, &ZelmorRequest::requestEraseDebug,
+                         &ZelmorRequest::requestResetAuthKey, &ZelmorRequest::requestReboot})
+        EXPECT_EQ(link.done([&](Done cb) { (e.*request)(cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestCalibrateCurrent(25.0f, cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestCalibrateCurrent(NAN, cb); }), Code::InvalidParameter);
+
+    auto [liveCode, live] = link.record(&ZelmorRequest::requestGetMonitorData);
+    ASSERT_EQ(liveCode, Code::Success);
+    EXPECT_EQ(live.energyMeter, 0);
+    EXPECT_EQ(live.coulombMeter, 0);
+    EXPECT_EQ(live.stateOfCharge, 100);
+
+    auto [debugCode, debug] = link.bytes([&](Zelmor::BytesCallback cb) { e.requestReadDebug(0, 4096, cb); });
+    EXPECT_EQ(debugCode, Code::Success);
+    EXPECT_EQ(std::string(debug.begin(), debug.end()), link.device.debugText().substr(0, debug.size()));
+}
+
+TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
+    Link link(GetParam());
+    ZelmorRequest& e = link.engine;
+    using Done = Zelmor::DoneCallback;
+
+    ZelmorSchedule morning, evening;
+    morning.setStartHour(6);
+    morning.setName("Morning pump");
+    evening.setStartHour(18);
+    evening.setEndHour(23);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestAddSchedules({morning, evening}, cb); }), Code::Success);
+    morning.setEndMinute(30);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestUpdateSchedule(0, morning, cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestUpdateSchedule(7, morning, cb); }), Code::InvalidParameter);
+    auto [code, schedules] = link.record(&ZelmorRequest::requestGetSchedules);
+    ASSERT_EQ(code, Code::Success);
+    ASSERT_EQ(schedules.size(), 2u);
+    EXPECT_EQ(schedules[0].bytes(), morning.bytes());
+    EXPECT_EQ(schedules[1].bytes(), evening.bytes());
+    EXPECT_EQ(link.done([&](Done cb) { e.requestDeleteSchedule(0, cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestCommitSchedules(cb); }), Code::Success);
+    EXPECT_EQ(link.device.snapshot().committedSchedules.size(), 1u);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestClearSchedules(cb); }), Code::Success);
+    EXPECT_TRUE(link.record(&ZelmorRequest::requestGetSchedules).second.empty());
+
+    std::mutex m;
+    std::vector<std::string> scanned;
+    e.setScanResultHandler([&](Zelmor::WifiScanResult const* r) {
+        std::lock_guard lock(m);
+        scanned.push_back(r ? std::string(r->ssid, strnlen(r->ssid, sizeof r->ssid)) : "");
+    });
+    EXPECT_EQ(link.done([&](Done cb) { e.requestStartWifiScan(cb); }), Code::Success);
+    // The scan results follow the answer on the same link: one more exchange flushes them.
+    EXPECT_EQ(link.done([&](Done cb) { e.requestAddWifiNetwork({"Marina guest", "tide-2024", 3}, cb); }),
+              Code::Success);
+    {
+        std::lock_guard lock(m);
+        EXPECT_GE(scanned.size(), 3u);
+        for (auto const& ssid : scanned) EXPECT_FALSE(ssid.empty());
+    }
+    EXPECT_EQ(link.done([&](Done cb) { e.requestWifiConfigure({"Cabin AP", "pinecone", 3}, cb); }), Code::Success);
+    EXPECT_EQ(link.device.snapshot().wifiNetwork, "Cabin AP");
+    auto [netCode, networks] = link.record(&ZelmorRequest::requestGetWifiNetworks);
+    ASSERT_EQ(netCode, Code::Success);
+    std::vector<std::string> names;
+    for (auto const& n : networks) names.push_back(n.ssid);
+    EXPECT_NE(std::find(names.begin(), names.end(), "Marina guest"), names.end());
+    EXPECT_NE(std::find(names.begin(), names.end(), "Cabin AP"), names.end());
+    EXPECT_EQ(link.done([&](Done cb) { e.requestRemoveWifiNetwork(0, cb); }), Code::Success);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetWifiNetworks).second.size(), networks.size() - 1);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestRemoveWifiNetwork(200, cb); }), Code::InvalidParameter);
+
+    auto [keyCode, key] = link.record(&ZelmorRequest::requestGetAccessKeys);
+    ASSERT_EQ(keyCode, Code::Success);
+    EXPECT_EQ(key, link.device.accessKey());
+    EXPECT_EQ(link.done([&](Done cb) { e.requestResetAccessKeys(cb); }), Code::Success);
+    EXPECT_NE(link.record(&ZelmorRequest::requestGetAccessKeys).second, key);
+}
+
+TEST_P(EngineDevice, PasswordLocks) {
+    Link link(GetParam(), deviceConfig("bilge"));
+    ZelmorRequest& e = link.engine;
+    using Done = Zelmor::DoneCallback;
+
+    auto [infoCode, info] = link.record(&ZelmorRequest::requestGetInfo);
+    ASSERT_EQ(infoCode, Code::Success);
+    EXPECT_TRUE(info.lockStatus & 0x10);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetMonitorData).first, Code::LockedByUserPassword);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestUnlock(makeAuthKey("bulge"), cb); }), Code::PasswordRejected);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestUnlock(makeAuthKey("bilge"), cb); }), Code::Success);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetMonitorData).first, Code::Success);
+    EXPECT_FALSE(link.record(&ZelmorRequest::requestGetInfo).second.lockStatus & 0x10);
+
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetMasterPasswordLock(makeAuthKey("keel"), cb); }), Code::Success);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetAuthKey).second, makeAuthKey("bilge"));
+    EXPECT_EQ(link.done([&](Done cb) { e.requestSetUserPasswordLock(makeAuthKey("hull"), cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestClearUserPasswordLock(cb); }), Code::Success);
+    EXPECT_EQ(link.done([&](Done cb) { e.requestClearMasterPasswordLock(cb); }), Code::Success);
+    auto const state = link.device.snapshot();
+    EXPECT_FALSE(state.userPasswordSet);
+    EXPECT_FALSE(state.masterPasswordSet);
+}
+
+TEST_P(EngineDevice, LogFilesArePagedAndReadWhole) {
+    Link link(GetParam());
+    auto [code, files] = link.record(&ZelmorRequest::requestGetFileList);
+    ASSERT_EQ(code, Code::Success);
+    auto const deviceFiles = link.device.logFiles();
+    ASSERT_EQ(files.size(), deviceFiles.size());
+    ASSERT_GT(files.size(), 16u) << "the listing must take more than one page";
+    for (size_t i = 0; i < files.size(); ++i) {
+        EXPECT_EQ(files[i].fileId, deviceFiles[i].id);
+        EXPECT_EQ(files[i].size, deviceFiles[i].size);
+    }
+
+    // Read the newest full day in network-sized blocks, as the log sync does.
+    auto const& file = files[files.size() - 2];
+    std::vector<uint8_t> local;
+    while (local.size() < file.size) {
+        auto [readCode, block] = link.bytes([&](Zelmor::BytesCallback cb) {
+            link.engine.requestReadLogFile(file.fileId, static_cast<uint32_t>(local.size()), 0x20000, cb);
+        });
+        ASSERT_EQ(readCode, Code::Success);
+        ASSERT_FALSE(block.empty());
+        local.insert(local.end(), block.begin(), block.end());
+    }
+    EXPECT_EQ(local, link.device.logFile(file.fileId));
+    std::vector<LogRecord> records;
+    decodeLogRecords(0x41, local.data(), local.size(), records);
+    EXPECT_EQ(records.size(), 1440u);
+    for (size_t i = 1; i < records.size(); ++i) EXPECT_EQ(records[i].time - records[i - 1].time, 60u);
+
+    EXPECT_EQ(link.done([&](Zelmor::DoneCallback cb) { link.engine.requestClearLog(cb); }), Code::Success);
+    EXPECT_TRUE(link.record(&ZelmorRequest::requestGetFileList).second.empty());
+}
+
+TEST_P(EngineDevice, FirmwareTransferWithProgressAndCancel) {
+    Link link(GetParam());
+    ASSERT_EQ(link.record(&ZelmorRequest::requestGetInfo).first, Code::Success);
+    std::vector<uint8_t> payload(10000);
+    for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(i * 7);
+    auto const image = buildFirmwareImage(0x41, 0x0140, 0x0001, payload);
+    ASSERT_EQ(checkFirmwareImage(image.data(), image.size(), 0x41), 0x0140);
+
+    std::vector<uint32_t> progress;
+    CallbackResult<Code> cancelled;
+    link.engine.requestUpdateFirmware(image.data(), static_cast<uint32_t>(image.size()),
+                                      [&](uint32_t sent, uint32_t) {
+                                          progress.push_back(sent);
+                                          return false;
+                                      },
+                                      cancelled.callback());
+    EXPECT_EQ(std::get<0>(cancelled.get()), Code::Cancelled);
+    EXPECT_EQ(progress, std::vector<uint32_t>{4096});
+    auto state = link.device.firmwareUpdate();
+    EXPECT_EQ(state.blocksReceived, 1u);
+    EXPECT_FALSE(state.finished);
+    EXPECT_EQ(link.device.snapshot().firmwareVersion, 0x0132);
+
+    progress.clear();
+    CallbackResult<Code> updated;
+    link.engine.requestUpdateFirmware(image.data(), static_cast<uint32_t>(image.size()),
+                                      [&](uint32_t sent, uint32_t total) {
+                                          EXPECT_EQ(total, image.size());
+                                          progress.push_back(sent);
+                                          return true;
+                                      },
+                                      updated.callback());
+    EXPECT_EQ(std::get<0>(updated.get()), Code::Success);
+    EXPECT_EQ(progress, (std::vector<uint32_t>{4096, 8192, 10020}));
+    state = link.device.firmwareUpdate();
+    EXPECT_TRUE(state.finished);
+    EXPECT_EQ(state.bytesReceived, image.size());
+    EXPECT_EQ(link.device.snapshot().firmwareVersion, 0x0140);
+}
+
+TEST_P(EngineDevice, SilentDeviceTimesOutAndTheNextRequestIsServed) {
+    Link link(GetParam());
+    ASSERT_EQ(link.record(&ZelmorRequest::requestGetInfo).first, Code::Success);
+    sim::FaultSettings faults;
+    faults.silentCommands = 1;
+    link.device.faults().configure(faults);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetMonitorData).first, Code::RequestTimeout);
+    EXPECT_EQ(link.record(&ZelmorRequest::requestGetMonitorData).first, Code::Success);
+}
+
+TEST(EngineDeviceLink, DisconnectReportsOnceAndFailsWhatIsPending) {
+    sim::SimulatedDevice device(deviceConfig());
+    InProcessZelmor engine(device);
+    std::atomic<int> disconnects{0};
+    CallbackResult<Zelmor::DisconnectReason> reason;
+    auto report = reason.callback();
+    engine.setDisconnectCallback([&](Zelmor::DisconnectReason r) {
+        ++disconnects;
+        report(r);
+    });
+    CallbackResult<> connected;
+    engine.setConnectedCallback(connected.callback());
+    engine.connectLan(0);
+    connected.get();
+
+    sim::FaultSettings faults;
+    faults.silentCommands = 1;
+    device.faults().configure(faults);
+    CallbackResult<Code> pending;
+    engine.requestReboot(pending.callback());
+    engine.disconnect();
+    EXPECT_EQ(std::get<0>(reason.get()), Zelmor::DisconnectReason::ClosedLocally);
+    EXPECT_EQ(std::get<0>(pending.get(std::chrono::seconds(4))), Code::RequestTimeout);
+    EXPECT_EQ(disconnects, 1);
+}
+
+TEST(EngineDeviceLink, HubLinkWithAStaleKeyIsClosedByTheDevice) {
+    sim::SimulatedDevice device(deviceConfig());
+    InProcessZelmor engine(device);
+    CallbackResult<Zelmor::DisconnectReason> reason;
+    engine.setDisconnectCallback(reason.callback());
+    Zelmor::WifiAccessKey stale = device.accessKey();
+    stale.keyId[0] ^= 1;
+    engine.connectHub(stale);
+    EXPECT_EQ(std::get<0>(reason.get()), Zelmor::DisconnectReason::ConnectionLost);
+}
