@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "command_codes.h"
 #include "frame_codec.h"
 #include "random_bytes.h"
 #include "records.h"
@@ -194,16 +195,14 @@ void ZelmorRequest::workerLoop() {
 }
 
 void ZelmorRequest::failPending() {
-    for (;;) {
-        ResponseHandler handler;
-        {
-            std::lock_guard lock(queueMutex_);
-            if (queue_.empty()) return;
-            handler = std::move(queue_.front().handler);
-            queue_.pop_front();
-        }
-        handler(ResponseCode::RequestTimeout, nullptr, 0);
+    // Only what is queued now: a request that a failing handler queues anew
+    // waits for the next link instead of failing in an endless round.
+    std::deque<RequestItem> pending;
+    {
+        std::lock_guard lock(queueMutex_);
+        pending.swap(queue_);
     }
+    for (auto& item : pending) item.handler(ResponseCode::RequestTimeout, nullptr, 0);
 }
 
 void ZelmorRequest::receiveBytes(uint8_t const* data, size_t length) {
@@ -279,5 +278,5 @@ void ZelmorRequest::startLinkEncryption(WifiAccessKey const& accessKey) {
 
     encryptionOn_ = true;
     // Throwaway frames push the garbled first blocks through before any real command.
-    for (int i = 0; i < 3; ++i) enqueue(0, {}, kThrowawayTimeoutMs, [](ResponseCode, uint8_t const*, size_t) {});
+    for (int i = 0; i < 3; ++i) enqueue(command::kThrowaway, {}, kThrowawayTimeoutMs, [](ResponseCode, uint8_t const*, size_t) {});
 }

@@ -4,25 +4,13 @@
 #include <algorithm>
 
 #include "byte_io.h"
+#include "command_codes.h"
 #include "hardware_revision.h"
 #include "records.h"
 #include "sealed_block.h"
 #include "zelmor_request.h"
 
 namespace {
-
-enum Command : uint16_t {
-    kLockChallenge = 0x30,
-    kUnlock = 0x31,
-    kSetUserPasswordLock = 0x33,
-    kSetMasterPasswordLock = 0x34,
-    kGetFileList = 0x40,
-    kReadLogFile = 0x44,
-    kReadDebug = 0xDB,
-    kFirmwareStart = 0xF0,
-    kFirmwareBlock = 0xF1,
-    kFirmwareFinish = 0xF2,
-};
 
 constexpr uint32_t kReadTimeoutMs = 10000;
 constexpr uint32_t kFirmwareBlockTimeoutMs = 20000;
@@ -50,7 +38,7 @@ struct ZelmorRequest::FirmwareTransfer {
 };
 
 void ZelmorRequest::lockExchange(uint16_t secondCommand, AuthKey const& key, DoneCallback callback) {
-    enqueue(kLockChallenge, {}, kDefaultTimeoutMs,
+    enqueue(command::kLockChallenge, {}, kDefaultTimeoutMs,
             [this, secondCommand, key, callback](ResponseCode code, uint8_t const* challenge, size_t length) {
                 if (code != ResponseCode::Success) {
                     callback(code);
@@ -76,15 +64,15 @@ void ZelmorRequest::lockExchange(uint16_t secondCommand, AuthKey const& key, Don
 }
 
 void ZelmorRequest::requestUnlock(AuthKey const& key, DoneCallback callback) {
-    lockExchange(kUnlock, key, std::move(callback));
+    lockExchange(command::kUnlock, key, std::move(callback));
 }
 
 void ZelmorRequest::requestSetUserPasswordLock(AuthKey const& key, DoneCallback callback) {
-    lockExchange(kSetUserPasswordLock, key, std::move(callback));
+    lockExchange(command::kSetUserPasswordLock, key, std::move(callback));
 }
 
 void ZelmorRequest::requestSetMasterPasswordLock(AuthKey const& key, DoneCallback callback) {
-    lockExchange(kSetMasterPasswordLock, key, std::move(callback));
+    lockExchange(command::kSetMasterPasswordLock, key, std::move(callback));
 }
 
 void ZelmorRequest::requestGetFileList(RecordCallback<std::vector<LogFileDescriptor>> callback) {
@@ -94,7 +82,7 @@ void ZelmorRequest::requestGetFileList(RecordCallback<std::vector<LogFileDescrip
 void ZelmorRequest::requestGetFileListInternal(bool firstPage, RecordCallback<std::vector<LogFileDescriptor>> callback,
                                                std::shared_ptr<std::vector<LogFileDescriptor>> files) {
     // The device decides the page size; the host asks until a page comes back empty.
-    enqueue(kGetFileList, {static_cast<uint8_t>(firstPage ? 1 : 0)}, kDefaultTimeoutMs,
+    enqueue(command::kGetFileList, {static_cast<uint8_t>(firstPage ? 1 : 0)}, kDefaultTimeoutMs,
             [this, callback, files](ResponseCode code, uint8_t const* data, size_t length) {
                 if (code != ResponseCode::Success) {
                     callback(code, {});
@@ -110,11 +98,11 @@ void ZelmorRequest::requestGetFileListInternal(bool firstPage, RecordCallback<st
 }
 
 void ZelmorRequest::requestReadLogFile(uint32_t fileId, uint32_t offset, uint32_t length, BytesCallback callback) {
-    enqueue(kReadLogFile, words({fileId, offset, length}), kReadTimeoutMs, std::move(callback));
+    enqueue(command::kReadLogFile, words({fileId, offset, length}), kReadTimeoutMs, std::move(callback));
 }
 
 void ZelmorRequest::requestReadDebug(uint32_t offset, uint32_t length, BytesCallback callback) {
-    enqueue(kReadDebug, words({offset, length}), kReadTimeoutMs, std::move(callback));
+    enqueue(command::kReadDebug, words({offset, length}), kReadTimeoutMs, std::move(callback));
 }
 
 void ZelmorRequest::requestUpdateFirmware(uint8_t const* image, uint32_t size, ProgressCallback progress,
@@ -126,7 +114,7 @@ void ZelmorRequest::requestUpdateFirmware(uint8_t const* image, uint32_t size, P
     transfer->blockSize = firmwareBlockSize(getDeviceInfo().hardwareRevision);
     transfer->progress = std::move(progress);
     transfer->done = std::move(callback);
-    enqueue(kFirmwareStart, words({size}), kDefaultTimeoutMs,
+    enqueue(command::kFirmwareStart, words({size}), kDefaultTimeoutMs,
             [this, transfer](ResponseCode code, uint8_t const*, size_t) {
                 if (code != ResponseCode::Success) {
                     transfer->done(code);
@@ -141,7 +129,7 @@ void ZelmorRequest::sendFirmwareBlock(std::shared_ptr<FirmwareTransfer> transfer
     std::vector<uint8_t> block(transfer->next, transfer->next + n);
     transfer->next += n;
     transfer->remaining -= n;
-    enqueue(kFirmwareBlock, std::move(block), kFirmwareBlockTimeoutMs,
+    enqueue(command::kFirmwareBlock, std::move(block), kFirmwareBlockTimeoutMs,
             [this, transfer](ResponseCode code, uint8_t const*, size_t length) {
                 /* A block is acknowledged with an empty answer; data in it is a protocol error. */
                 if (code == ResponseCode::Success && length > 0) {
@@ -160,7 +148,7 @@ void ZelmorRequest::sendFirmwareBlock(std::shared_ptr<FirmwareTransfer> transfer
                     sendFirmwareBlock(transfer);
                     return;
                 }
-                enqueue(kFirmwareFinish, {}, kFirmwareFinishTimeoutMs,
+                enqueue(command::kFirmwareFinish, {}, kFirmwareFinishTimeoutMs,
                         [transfer](ResponseCode finishCode, uint8_t const*, size_t) { transfer->done(finishCode); });
             });
 }

@@ -3,52 +3,11 @@
 #include <limits>
 
 #include "byte_io.h"
+#include "command_codes.h"
 #include "records.h"
 #include "zelmor_request.h"
 
 namespace {
-
-// Command codes, grouped by area: 0x0_ live data, 0x1_ meters, 0x2_
-// configuration and calibration, 0x4_ logs, 0x5_ schedules, 0x6_/0x7_ WiFi,
-// 0xD_ debug, 0xF_ reboot. Locks (0x3_) and transfers live with their exchanges.
-enum Command : uint16_t {
-    kGetInfo = 0x01,
-    kGetStatistics = 0x02,
-    kGetFgStatistics = 0x03,
-    kGetMonitorData = 0x04,
-    kResetEnergyMeter = 0x10,
-    kResetCoulombMeter = 0x11,
-    kResetStatistics = 0x12,
-    kFgSynchronize = 0x13,
-    kSetPowerState = 0x14,
-    kGetConfig = 0x20,
-    kSetConfig = 0x21,
-    kResetConfig = 0x22,
-    kRename = 0x25,
-    kZeroCurrentOffset = 0x26,
-    kCalibrateCurrent = 0x27,
-    kSetTime = 0x28,
-    kGetAuthKey = 0x35,
-    kResetAuthKey = 0x36,
-    kClearUserPasswordLock = 0x37,
-    kClearMasterPasswordLock = 0x38,
-    kClearLog = 0x45,
-    kGetSchedules = 0x50,
-    kAddSchedules = 0x51,
-    kUpdateSchedule = 0x52,
-    kDeleteSchedule = 0x53,
-    kClearSchedules = 0x54,
-    kCommitSchedules = 0x55,
-    kStartWifiScan = 0x60,
-    kWifiConfigure = 0x61,
-    kGetAccessKeys = 0x62,
-    kResetAccessKeys = 0x63,
-    kGetWifiNetworks = 0x70,
-    kAddWifiNetwork = 0x71,
-    kRemoveWifiNetwork = 0x72,
-    kEraseDebug = 0xDE,
-    kReboot = 0xFB,
-};
 
 // Longest name the rename command carries.
 constexpr size_t kMaxNameLength = 32;
@@ -96,7 +55,7 @@ void ZelmorRequest::enqueueDone(uint16_t command, std::vector<uint8_t> payload, 
 }
 
 void ZelmorRequest::requestGetInfo(RecordCallback<DeviceInfo> callback) {
-    enqueueRecord<DeviceInfo>(kGetInfo, std::move(callback),
+    enqueueRecord<DeviceInfo>(command::kGetInfo, std::move(callback),
                               [this](uint8_t const* data, size_t length, DeviceInfo& info) {
                                   ResponseCode const code = decodeDeviceInfo(data, length, info);
                                   if (code == ResponseCode::Success) {
@@ -108,27 +67,27 @@ void ZelmorRequest::requestGetInfo(RecordCallback<DeviceInfo> callback) {
 }
 
 void ZelmorRequest::requestGetMonitorData(RecordCallback<MonitorData> callback) {
-    enqueueRecord<MonitorData>(kGetMonitorData, std::move(callback), decodeMonitorData);
+    enqueueRecord<MonitorData>(command::kGetMonitorData, std::move(callback), decodeMonitorData);
 }
 
 void ZelmorRequest::requestGetStatistics(RecordCallback<MonitorStatistics> callback) {
-    enqueueRecord<MonitorStatistics>(kGetStatistics, std::move(callback), decodeMonitorStatistics);
+    enqueueRecord<MonitorStatistics>(command::kGetStatistics, std::move(callback), decodeMonitorStatistics);
 }
 
 void ZelmorRequest::requestGetFgStatistics(RecordCallback<FuelgaugeStatistics> callback) {
-    enqueueRecord<FuelgaugeStatistics>(kGetFgStatistics, std::move(callback), decodeFuelgaugeStatistics);
+    enqueueRecord<FuelgaugeStatistics>(command::kGetFgStatistics, std::move(callback), decodeFuelgaugeStatistics);
 }
 
 void ZelmorRequest::requestClearUserPasswordLock(DoneCallback callback) {
-    enqueueDone(kClearUserPasswordLock, {}, std::move(callback));
+    enqueueDone(command::kClearUserPasswordLock, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestClearMasterPasswordLock(DoneCallback callback) {
-    enqueueDone(kClearMasterPasswordLock, {}, std::move(callback));
+    enqueueDone(command::kClearMasterPasswordLock, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestGetAuthKey(RecordCallback<AuthKey> callback) {
-    enqueue(kGetAuthKey, {}, kDefaultTimeoutMs,
+    enqueue(command::kGetAuthKey, {}, kDefaultTimeoutMs,
             [callback = std::move(callback)](ResponseCode code, uint8_t const* data, size_t length) {
                 if (refusedWithPayload(code, length, callback)) return;
                 AuthKey key{};
@@ -137,57 +96,57 @@ void ZelmorRequest::requestGetAuthKey(RecordCallback<AuthKey> callback) {
             });
 }
 
-void ZelmorRequest::requestResetAuthKey(DoneCallback callback) { enqueueDone(kResetAuthKey, {}, std::move(callback)); }
+void ZelmorRequest::requestResetAuthKey(DoneCallback callback) { enqueueDone(command::kResetAuthKey, {}, std::move(callback)); }
 
 void ZelmorRequest::requestResetEnergyMeter(DoneCallback callback) {
-    enqueueDone(kResetEnergyMeter, {}, std::move(callback));
+    enqueueDone(command::kResetEnergyMeter, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestResetCoulombMeter(DoneCallback callback) {
-    enqueueDone(kResetCoulombMeter, {}, std::move(callback));
+    enqueueDone(command::kResetCoulombMeter, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestResetStatistics(DoneCallback callback) {
-    enqueueDone(kResetStatistics, {}, std::move(callback));
+    enqueueDone(command::kResetStatistics, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestSetPowerState(bool on, DoneCallback callback) {
-    enqueueDone(kSetPowerState, {static_cast<uint8_t>(on ? 1 : 0)}, std::move(callback));
+    enqueueDone(command::kSetPowerState, {static_cast<uint8_t>(on ? 1 : 0)}, std::move(callback));
 }
 
 void ZelmorRequest::requestGetConfig(RecordCallback<ZelmorConfig> callback) {
-    enqueueRecord<ZelmorConfig>(kGetConfig, std::move(callback), decodeConfig);
+    enqueueRecord<ZelmorConfig>(command::kGetConfig, std::move(callback), decodeConfig);
 }
 
 void ZelmorRequest::requestSetConfig(ZelmorConfig const& config, DoneCallback callback) {
-    enqueueDone(kSetConfig, {config.image().begin(), config.image().end()}, std::move(callback));
+    enqueueDone(command::kSetConfig, {config.image().begin(), config.image().end()}, std::move(callback));
 }
 
-void ZelmorRequest::requestResetConfig(DoneCallback callback) { enqueueDone(kResetConfig, {}, std::move(callback)); }
+void ZelmorRequest::requestResetConfig(DoneCallback callback) { enqueueDone(command::kResetConfig, {}, std::move(callback)); }
 
 void ZelmorRequest::requestRename(std::string const& name, DoneCallback callback) {
     std::vector<uint8_t> payload(name.begin(), name.begin() + static_cast<long>(std::min(name.size(), kMaxNameLength)));
-    enqueueDone(kRename, std::move(payload), std::move(callback));
+    enqueueDone(command::kRename, std::move(payload), std::move(callback));
 }
 
 void ZelmorRequest::requestSetTime(uint32_t time, DoneCallback callback) {
-    enqueueDone(kSetTime, le(time), std::move(callback));
+    enqueueDone(command::kSetTime, le(time), std::move(callback));
 }
 
 void ZelmorRequest::requestFgSynchronize(DoneCallback callback) {
-    enqueueDone(kFgSynchronize, {}, std::move(callback));
+    enqueueDone(command::kFgSynchronize, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestStartWifiScan(DoneCallback callback) {
-    enqueueDone(kStartWifiScan, {}, std::move(callback));
+    enqueueDone(command::kStartWifiScan, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestWifiConfigure(WifiNetwork const& network, DoneCallback callback) {
-    enqueueDone(kWifiConfigure, encodeWifiNetwork(network), std::move(callback));
+    enqueueDone(command::kWifiConfigure, encodeWifiNetwork(network), std::move(callback));
 }
 
 void ZelmorRequest::requestGetWifiNetworks(RecordCallback<std::vector<WifiNetwork>> callback) {
-    enqueue(kGetWifiNetworks, {}, kDefaultTimeoutMs,
+    enqueue(command::kGetWifiNetworks, {}, kDefaultTimeoutMs,
             [callback = std::move(callback)](ResponseCode code, uint8_t const* data, size_t length) {
                 if (refusedWithPayload(code, length, callback)) return;
                 std::vector<WifiNetwork> networks;
@@ -197,15 +156,15 @@ void ZelmorRequest::requestGetWifiNetworks(RecordCallback<std::vector<WifiNetwor
 }
 
 void ZelmorRequest::requestAddWifiNetwork(WifiNetwork const& network, DoneCallback callback) {
-    enqueueDone(kAddWifiNetwork, encodeWifiNetwork(network), std::move(callback));
+    enqueueDone(command::kAddWifiNetwork, encodeWifiNetwork(network), std::move(callback));
 }
 
 void ZelmorRequest::requestRemoveWifiNetwork(uint8_t index, DoneCallback callback) {
-    enqueueDone(kRemoveWifiNetwork, {index}, std::move(callback));
+    enqueueDone(command::kRemoveWifiNetwork, {index}, std::move(callback));
 }
 
 void ZelmorRequest::requestGetAccessKeys(RecordCallback<WifiAccessKey> callback) {
-    enqueue(kGetAccessKeys, {}, kDefaultTimeoutMs,
+    enqueue(command::kGetAccessKeys, {}, kDefaultTimeoutMs,
             [callback = std::move(callback)](ResponseCode code, uint8_t const* data, size_t length) {
                 if (refusedWithPayload(code, length, callback)) return;
                 WifiAccessKey key{};
@@ -215,19 +174,19 @@ void ZelmorRequest::requestGetAccessKeys(RecordCallback<WifiAccessKey> callback)
 }
 
 void ZelmorRequest::requestResetAccessKeys(DoneCallback callback) {
-    enqueueDone(kResetAccessKeys, {}, std::move(callback));
+    enqueueDone(command::kResetAccessKeys, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestZeroCurrentOffset(DoneCallback callback) {
-    enqueueDone(kZeroCurrentOffset, {}, std::move(callback));
+    enqueueDone(command::kZeroCurrentOffset, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestCalibrateCurrent(float current, DoneCallback callback) {
-    enqueueDone(kCalibrateCurrent, le(current), std::move(callback));
+    enqueueDone(command::kCalibrateCurrent, le(current), std::move(callback));
 }
 
 void ZelmorRequest::requestGetSchedules(RecordCallback<std::vector<ZelmorSchedule>> callback) {
-    enqueue(kGetSchedules, {}, kDefaultTimeoutMs,
+    enqueue(command::kGetSchedules, {}, kDefaultTimeoutMs,
             [callback = std::move(callback)](ResponseCode code, uint8_t const* data, size_t length) {
                 if (refusedWithPayload(code, length, callback)) return;
                 std::vector<ZelmorSchedule> schedules;
@@ -240,29 +199,29 @@ void ZelmorRequest::requestAddSchedules(std::vector<ZelmorSchedule> const& sched
     std::vector<uint8_t> payload;
     payload.reserve(schedules.size() * ZelmorSchedule::kSize);
     for (auto const& schedule : schedules) payload.insert(payload.end(), schedule.bytes().begin(), schedule.bytes().end());
-    enqueueDone(kAddSchedules, std::move(payload), std::move(callback));
+    enqueueDone(command::kAddSchedules, std::move(payload), std::move(callback));
 }
 
 void ZelmorRequest::requestUpdateSchedule(uint64_t index, ZelmorSchedule const& schedule, DoneCallback callback) {
     std::vector<uint8_t> payload = le(scheduleIndex(index));
     payload.insert(payload.end(), schedule.bytes().begin(), schedule.bytes().end());
-    enqueueDone(kUpdateSchedule, std::move(payload), std::move(callback));
+    enqueueDone(command::kUpdateSchedule, std::move(payload), std::move(callback));
 }
 
 void ZelmorRequest::requestDeleteSchedule(uint64_t index, DoneCallback callback) {
-    enqueueDone(kDeleteSchedule, le(scheduleIndex(index)), std::move(callback));
+    enqueueDone(command::kDeleteSchedule, le(scheduleIndex(index)), std::move(callback));
 }
 
 void ZelmorRequest::requestClearSchedules(DoneCallback callback) {
-    enqueueDone(kClearSchedules, {}, std::move(callback));
+    enqueueDone(command::kClearSchedules, {}, std::move(callback));
 }
 
 void ZelmorRequest::requestCommitSchedules(DoneCallback callback) {
-    enqueueDone(kCommitSchedules, {}, std::move(callback));
+    enqueueDone(command::kCommitSchedules, {}, std::move(callback));
 }
 
-void ZelmorRequest::requestClearLog(DoneCallback callback) { enqueueDone(kClearLog, {}, std::move(callback)); }
+void ZelmorRequest::requestClearLog(DoneCallback callback) { enqueueDone(command::kClearLog, {}, std::move(callback)); }
 
-void ZelmorRequest::requestEraseDebug(DoneCallback callback) { enqueueDone(kEraseDebug, {}, std::move(callback)); }
+void ZelmorRequest::requestEraseDebug(DoneCallback callback) { enqueueDone(command::kEraseDebug, {}, std::move(callback)); }
 
-void ZelmorRequest::requestReboot(DoneCallback callback) { enqueueDone(kReboot, {}, std::move(callback)); }
+void ZelmorRequest::requestReboot(DoneCallback callback) { enqueueDone(command::kReboot, {}, std::move(callback)); }
