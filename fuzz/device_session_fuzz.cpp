@@ -178,8 +178,8 @@ public:
     }
 
     void frame(Command const& command) {
-        encodeFrame({command.code, ++sequence_, static_cast<uint16_t>(command.payload.size())},
-                    command.payload.data(), hub_ ? &cipher_ : nullptr, bytes_);
+        encodeFrame({command.code, ++sequence_, static_cast<uint16_t>(command.payload.size())}, command.payload.data(),
+                    hub_ ? &cipher_ : nullptr, bytes_);
     }
 
     std::vector<uint8_t> const& bytes() const { return bytes_; }

@@ -137,8 +137,9 @@ TEST_P(EngineDevice, CommandsChangeTheDevice) {
     EXPECT_EQ(link.done([&](Done cb) { e.requestSetTime(1800000000, cb); }), Code::Success);
     EXPECT_EQ(link.device.snapshot().deviceTime, 1800000000u);
 
-    auto [configCode, config] = link.record(&ZelmorRequest::requestGetConfig);
-    ASSERT_EQ(configCode, Code::Success);
+    auto read = link.record(&ZelmorRequest::requestGetConfig);
+    ASSERT_EQ(read.first, Code::Success);
+    ZelmorConfig config = read.second;
     config.image()[10] ^= 0xFF;
     EXPECT_EQ(link.done([&](Done cb) { e.requestSetConfig(config, cb); }), Code::Success);
     EXPECT_EQ(link.record(&ZelmorRequest::requestGetConfig).second, config);
