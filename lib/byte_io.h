@@ -13,14 +13,17 @@
 // protocol is little-endian and packed; these helpers are the only place that
 // knows how to move a field in or out.
 
-static_assert(std::endian::native == std::endian::little || std::endian::native == std::endian::big);
-
 template <class T>
 T readLe(uint8_t const* p) {
     static_assert(std::is_trivially_copyable_v<T>);
     if constexpr (std::is_floating_point_v<T>) {
         using U = std::conditional_t<sizeof(T) == 4, uint32_t, uint64_t>;
         return std::bit_cast<T>(readLe<U>(p));
+    } else if constexpr (std::endian::native == std::endian::little) {
+        // One unaligned load; the byte loop below is what a big-endian host needs.
+        T v;
+        std::memcpy(&v, p, sizeof v);
+        return v;
     } else {
         using U = std::make_unsigned_t<T>;
         U v = 0;
@@ -90,9 +93,9 @@ public:
 
     /// Writes `text` into a field of exactly `size` bytes, cut or zero-padded.
     ByteWriter& writeString(std::string_view text, size_t size) {
-        size_t const at = out_.size();
-        out_.resize(at + size, 0);
-        std::memcpy(out_.data() + at, text.data(), text.size() < size ? text.size() : size);
+        size_t const n = text.size() < size ? text.size() : size;
+        out_.insert(out_.end(), text.begin(), text.begin() + static_cast<std::ptrdiff_t>(n));
+        out_.insert(out_.end(), size - n, 0);
         return *this;
     }
 
