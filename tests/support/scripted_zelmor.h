@@ -68,6 +68,7 @@ public:
     }
 
     using ZelmorRequest::enqueue;
+    using ZelmorRequest::joinThread;
     using ZelmorRequest::stopThread;
 
 private:

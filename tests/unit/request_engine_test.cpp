@@ -197,6 +197,23 @@ TEST(RequestEngine, StopEndsInFlightAndQueuedRequestsWithTimeout) {
     EXPECT_EQ(device.sent().size(), 1u);
 }
 
+TEST(RequestEngine, StopEndsEvenWhenFailingHandlersQueueAgain) {
+    // A caller that retries every failure must not keep the stopping worker
+    // busy for ever: its retries wait for the next link.
+    ScriptedZelmor device;  // never answers
+    std::atomic<int> failures{0};
+    std::function<void(Code)> retry = [&](Code) {
+        ++failures;
+        device.requestResetEnergyMeter(retry);
+    };
+    device.requestResetEnergyMeter(retry);
+    while (device.sent().empty()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    device.stopThread();
+    device.joinThread();
+    // The request in flight and the retry queued before the queue was drained.
+    EXPECT_EQ(failures, 2);
+}
+
 TEST(RequestEngine, RecordAnswersWithWrongLengthsOrRefusals) {
     struct Case {
         char const* what;
