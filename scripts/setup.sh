@@ -8,6 +8,7 @@ packages=(
   clang libclang-rt-14-dev
   libssl-dev zlib1g-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev
 )
 
 missing=()

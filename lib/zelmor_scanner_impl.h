@@ -1,0 +1,44 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "lan_announcement.h"
+#include "zelmor_scanner.h"
+
+/// The device finder of this machine. LAN source: a UDP listener on port 7207
+/// (all local addresses) that turns every valid announcement into a sighting
+/// with the sender's address, so that the device can be reached with
+/// connectLan. It only listens: nothing is sent to ask devices to announce.
+class ZelmorScannerImpl : public ZelmorScanner {
+public:
+    static constexpr int kEpollWaitMs = 50;
+    static constexpr size_t kMaxDatagramSize = 512;
+
+    /// `port` is the announcement port; tests may choose another.
+    explicit ZelmorScannerImpl(uint16_t port = kLanAnnouncementPort);
+    ~ZelmorScannerImpl() override;
+
+    /// Binds the socket on this thread, so that a port already in use is
+    /// reported here, then starts the listening thread. True when listening.
+    bool startWifiScan() override;
+    void stopWifiScan() override;
+    void setAdvertisementCallback(AdvertisementCallback callback) override;
+    std::string lastError() const override;
+
+private:
+    void listen(int socket);
+    void deliver(Advertisement const& advertisement);
+    void setError(std::string text);
+
+    uint16_t const port_;
+    std::thread lanThread_;
+    std::atomic<bool> running_{false};
+
+    mutable std::mutex mutex_;  // guards callback_ and error_
+    AdvertisementCallback callback_;
+    std::string error_;
+};
