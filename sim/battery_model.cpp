@@ -23,7 +23,8 @@ enum : uint64_t {
     kSpikeChance,
     kSpikeSize,
     kTemperatureWalk,
-    kStarterRest
+    kStarterRest,
+    kLoadRipple
 };
 
 // Open-circuit voltage over state of charge, linear in between.
@@ -129,7 +130,8 @@ double BatteryModel::loadCurrent(int64_t t) const {
     // A kettle, a pump or an inverter load now and then, a minute at a time.
     int64_t const minute = floorDiv(t, 60);
     if (noise(kSpikeChance, minute) < 0.01) load += 10 + 30 * noise(kSpikeSize, minute);
-    return load;
+    // Inverter and fridge ripple: a live reading is never quite the one before.
+    return load + 0.1 * (noise(kLoadRipple, t) - 0.5);
 }
 
 double BatteryModel::netCurrent(int64_t t) const {
