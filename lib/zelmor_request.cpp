@@ -250,8 +250,11 @@ void ZelmorRequest::receiveFrame(uint8_t* frame, size_t length) {
         if (header->code == kContinuationCode) return;
         answer.sequence = header->sequence;
         answer.code = static_cast<ResponseCode>(header->code);
+        size_t const lastSize = accumulation_.size();
         answer.payload = std::move(accumulation_);
         accumulation_.clear();
+        // The next answer is likely as long (log blocks): grow once, not per frame.
+        accumulation_.reserve(lastSize);
     }
     {
         std::lock_guard lock(answerMutex_);

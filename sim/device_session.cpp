@@ -83,6 +83,12 @@ void DeviceSession::handleFrame(uint8_t* frame, size_t length) {
     sendAnswer(static_cast<uint16_t>(result.status), request->sequence, result.payload);
     for (std::vector<uint8_t> const& notification : result.notifications)
         sendFrame(kNotificationCode, 0, notification.data(), notification.size());
+    flush();
+}
+
+void DeviceSession::flush() {
+    if (!batch_.empty()) send_(batch_.data(), batch_.size());
+    batch_.clear();
 }
 
 void DeviceSession::sendAnswer(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload) {
@@ -104,7 +110,11 @@ void DeviceSession::sendFrame(uint16_t code, uint16_t sequence, uint8_t const* p
     size_t count = encoded_.size();
     uint64_t const limit = device_.faults().closeAfterBytes();
     if (limit != 0) count = static_cast<size_t>(std::min<uint64_t>(count, limit - std::min(limit, bytesSent_)));
-    if (count > 0) send_(encoded_.data(), count);
+    // Frames leave in batches: one write per frame would cost the link a
+    // wake-up per frame, yet a batch much larger than this would keep the host
+    // idle while the rest of a long answer is still being sealed.
+    batch_.insert(batch_.end(), encoded_.begin(), encoded_.begin() + static_cast<std::ptrdiff_t>(count));
+    if (batch_.size() >= kSendBatchSize) flush();
     bytesSent_ += count;
     if (limit != 0 && bytesSent_ >= limit) close();
 }

@@ -32,6 +32,8 @@ class DeviceSession {
 public:
     static constexpr size_t kHelloSize = 17;
     static constexpr uint8_t kHelloVersion = 0x02;
+    /// Answer bytes are handed to the send function in pieces of about this size.
+    static constexpr size_t kSendBatchSize = 32768;
 
     DeviceSession(SimulatedDevice& device, SessionMode mode, SendFunction send, size_t maxFramePayload);
 
@@ -49,6 +51,7 @@ private:
     void handleFrame(uint8_t* frame, size_t length);
     void sendAnswer(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload);
     void sendFrame(uint16_t code, uint16_t sequence, uint8_t const* payload, size_t length);
+    void flush();
 
     SimulatedDevice& device_;
     SessionMode const mode_;
@@ -64,6 +67,7 @@ private:
     SessionState state_;
     uint64_t bytesSent_ = 0;
     std::vector<uint8_t> encoded_;
+    std::vector<uint8_t> batch_;
 };
 
 }  // namespace sim

@@ -101,8 +101,15 @@ public:
     /// In hub mode the hello goes out in pieces of `helloChunk` bytes.
     explicit TestHost(sim::SimulatedDevice& device, sim::SessionMode mode = sim::SessionMode::Plain,
                       std::optional<Zelmor::WifiAccessKey> key = std::nullopt, size_t helloChunk = 17) {
-        session_ = device.openSession(
-            mode, [this](uint8_t const* data, size_t length) { received_.emplace_back(data, data + length); });
+        // The device hands over several frames at once; keep them one by one.
+        session_ = device.openSession(mode, [this](uint8_t const* data, size_t length) {
+            for (size_t start = 0; start < length;) {
+                uint8_t const* end = static_cast<uint8_t const*>(std::memchr(data + start + 1, 0, length - start - 1));
+                size_t const next = end ? static_cast<size_t>(end - data) + 1 : length;
+                received_.emplace_back(data + start, data + next);
+                start = next;
+            }
+        });
         if (mode == sim::SessionMode::Hub) {
             Zelmor::WifiAccessKey const k = key.value_or(device.accessKey());
             Bytes hello{0x02};
