@@ -2,7 +2,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
+#include <span>
 #include <vector>
 
 // Consistent Overhead Byte Stuffing, the line coding of every transport: a frame
@@ -16,12 +18,14 @@ size_t cobsMaxEncodedSize(size_t length);
 void cobsEncode(uint8_t const* data, size_t length, std::vector<uint8_t>& out);
 
 /// Decodes a COBS body (no delimiting zeros) into `out`, which must hold at
-/// least `length` bytes. Returns the decoded length, or nothing when the body is
-/// malformed (a zero byte inside it, or a block that runs past its end).
+/// least `length` bytes; those past the decoded length may be overwritten.
+/// Returns the decoded length, or nothing when the body is malformed (a zero
+/// byte inside it, or a block that runs past its end).
 std::optional<size_t> cobsDecode(uint8_t const* body, size_t length, uint8_t* out);
 
 /// Splits a byte stream at zero bytes and decodes each frame in between.
-/// Frames whose body exceeds the limit are discarded whole, up to the next zero.
+/// Frames whose body exceeds the limit are discarded whole, up to the next zero;
+/// empty bodies (two zeros in a row) and malformed ones are skipped.
 class CobsStreamDecoder {
 public:
     explicit CobsStreamDecoder(size_t maxBodyLength) : maxBodyLength_(maxBodyLength) {}
@@ -31,21 +35,16 @@ public:
     /// during the call.
     template <class OnFrame>
     void feed(uint8_t const* data, size_t length, OnFrame&& onFrame) {
-        for (size_t i = 0; i < length; ++i) {
-            uint8_t const b = data[i];
-            if (b != 0) {
-                if (body_.size() < maxBodyLength_)
-                    body_.push_back(b);
-                else
-                    overflow_ = true;
-                continue;
+        uint8_t const* const end = data + length;
+        while (data != end) {
+            auto const* zero = static_cast<uint8_t const*>(std::memchr(data, 0, static_cast<size_t>(end - data)));
+            if (zero == nullptr) {
+                append(data, static_cast<size_t>(end - data));
+                return;
             }
-            if (!body_.empty() && !overflow_) {
-                frame_.resize(body_.size());
-                if (auto n = cobsDecode(body_.data(), body_.size(), frame_.data())) onFrame(frame_.data(), *n);
-            }
-            body_.clear();
-            overflow_ = false;
+            if (std::optional<std::span<uint8_t>> const frame = endFrame(data, static_cast<size_t>(zero - data)))
+                onFrame(frame->data(), frame->size());
+            data = zero + 1;
         }
     }
 
@@ -56,6 +55,12 @@ public:
     }
 
 private:
+    /// Keeps the start of a frame whose end has not arrived yet.
+    void append(uint8_t const* data, size_t length);
+    /// Ends the frame with its last `length` bytes (those before the zero) and
+    /// decodes it into frame_; nothing when it is to be skipped.
+    std::optional<std::span<uint8_t>> endFrame(uint8_t const* tail, size_t length);
+
     size_t maxBodyLength_;
     std::vector<uint8_t> body_;
     std::vector<uint8_t> frame_;
