@@ -39,6 +39,14 @@ uint64_t FaultInjector::closeAfterBytes() const {
     return settings_.closeAfterBytes;
 }
 
+uint32_t FaultInjector::nextAnswerDelayMs() {
+    std::lock_guard lock(mutex_);
+    // No draw without a delay, so that a run without one keeps the generator's
+    // sequence for the other faults.
+    if (settings_.answerDelayMs == 0) return 0;
+    return chance(settings_.delayFraction) ? settings_.answerDelayMs : 0;
+}
+
 bool FaultInjector::chance(double fraction) {
     if (fraction <= 0) return false;
     return std::uniform_real_distribution<double>(0, 1)(rng_) < fraction;

@@ -16,8 +16,10 @@ struct FaultSettings {
     uint32_t silentCommands = 0;   // the next commands are neither executed nor answered
     uint64_t closeAfterBytes = 0;  // a session closes once it has sent this many bytes; 0 = never
     // Honoured by the transports that carry a session, not by the session itself.
-    uint32_t answerDelayMs = 0;
-    uint64_t bytesPerSecond = 0;  // 0 = unlimited
+    uint32_t answerDelayMs = 0;   // answers are held back this long before they go out
+    double delayFraction = 1;     // the share of answers held back by answerDelayMs
+    uint64_t bytesPerSecond = 0;  // output pace of each connection; 0 = unlimited
+    bool stalled = false;         // the connection stays open but what the host sends is lost
 };
 
 /// What happens to one encoded frame on its way out.
@@ -39,6 +41,9 @@ public:
     /// it in place when chosen to.
     FrameFate processFrame(std::vector<uint8_t>& encoded);
     uint64_t closeAfterBytes() const;
+    /// How long the next piece of output (an answer, or a part of a long one)
+    /// is held back: answerDelayMs for the chosen share, otherwise 0.
+    uint32_t nextAnswerDelayMs();
 
 private:
     bool chance(double fraction);

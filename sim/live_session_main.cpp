@@ -17,16 +17,11 @@
 #include "hardware_revision.h"
 #include "in_process_zelmor.h"
 #include "log_record.h"
+#include "power_status.h"
 #include "response_code.h"
 #include "simulated_device.h"
 
 namespace {
-
-constexpr char const* kPowerStatusTexts[] = {"OFF", "ON", "LVD", "OCD", "HVD", "FGD", "NCH", "LTD", "HTD"};
-
-char const* powerStatusText(uint8_t status) {
-    return status < std::size(kPowerStatusTexts) ? kPowerStatusTexts[status] : "";
-}
 
 std::string codeText(Zelmor::ResponseCode code) {
     char const* text = responseCodeMessage(code);

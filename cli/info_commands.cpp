@@ -1,0 +1,128 @@
+// Finding devices and reading them: scan, info, monitor, stats, fgstats.
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include <fmt/core.h>
+
+#include "command_context.h"
+#include "command_error.h"
+#include "device_records.h"
+#include "device_session.h"
+#include "interrupt.h"
+#include "zelmor_scanner_impl.h"
+
+namespace {
+
+struct ScanOptions {
+    unsigned seconds = 3;
+};
+
+struct MonitorOptions {
+    unsigned count = 0;
+    unsigned interval = 1000;
+};
+
+void scan(CommandContext& context, ScanOptions const& options) {
+    std::mutex mutex;
+    std::map<uint64_t, ZelmorScanner::Advertisement> seen;  // by serial: the latest sighting
+    ZelmorScannerImpl scanner;
+    scanner.setAdvertisementCallback([&](ZelmorScanner::Advertisement const& advertisement) {
+        std::lock_guard lock(mutex);
+        seen[advertisement.serial] = advertisement;
+    });
+    if (!scanner.startWifiScan()) throw CommandError(scanner.lastError(), kExitFailure);
+    catchInterrupts();
+    sleepUnlessInterrupted(std::chrono::seconds(options.seconds));
+    scanner.setAdvertisementCallback({});
+    scanner.stopWifiScan();
+
+    for (auto const& entry : seen) {
+        if (context.output.json())
+            context.output.emit(advertisementJson(entry.second));
+        else
+            context.output.line(advertisementText(entry.second));
+    }
+    if (seen.empty() && !context.output.json()) context.output.line("No devices found.");
+}
+
+void info(CommandContext& context) {
+    DeviceSession session(context.target);
+    // Read again: an unlock since connecting changes the lock status.
+    auto const record = session.get(&Zelmor::requestGetInfo);
+    if (context.output.json()) {
+        context.output.emit(infoJson(record));
+        return;
+    }
+    for (auto const& line : infoText(record)) context.output.line(line);
+}
+
+void monitor(CommandContext& context, MonitorOptions const& options) {
+    DeviceSession session(context.target);
+    catchInterrupts();
+    auto next = std::chrono::steady_clock::now();
+    for (unsigned n = 0; options.count == 0 || n < options.count; ++n) {
+        if (n > 0) {
+            next += std::chrono::milliseconds(options.interval);
+            auto const wait =
+                std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+            if (!sleepUnlessInterrupted(std::max(wait, std::chrono::milliseconds(0)))) return;
+        }
+        auto const data = session.get(&Zelmor::requestGetMonitorData);
+        if (context.output.json())
+            context.output.emit(monitorJson(data));
+        else
+            context.output.line(monitorText(data));
+        if (interruptRequested()) return;
+    }
+}
+
+void statistics(CommandContext& context) {
+    DeviceSession session(context.target);
+    auto const record = session.get(&Zelmor::requestGetStatistics);
+    if (context.output.json()) {
+        context.output.emit(statisticsJson(record));
+        return;
+    }
+    for (auto const& line : statisticsText(record)) context.output.line(line);
+}
+
+void fuelgauge(CommandContext& context) {
+    DeviceSession session(context.target);
+    auto const record = session.get(&Zelmor::requestGetFgStatistics);
+    if (context.output.json()) {
+        context.output.emit(fuelgaugeJson(record));
+        return;
+    }
+    for (auto const& line : fuelgaugeText(record)) context.output.line(line);
+}
+
+}  // namespace
+
+void addInfoCommands(CLI::App& app, CommandContext& context) {
+    auto scanOptions = std::make_shared<ScanOptions>();
+    addCommand(app, "scan", "List the LAN and WiFi devices announcing themselves on this network", context,
+               [&context, scanOptions] { scan(context, *scanOptions); })
+        ->add_option("--seconds", scanOptions->seconds, "How long to listen for announcements")
+        ->capture_default_str()
+        ->check(CLI::Range(1u, 3600u));
+
+    addCommand(app, "info", "Show the device's name, model, serial, firmware, address and lock", context,
+               [&context] { info(context); });
+
+    auto monitorOptions = std::make_shared<MonitorOptions>();
+    CLI::App* monitorCommand = addCommand(app, "monitor", "Show the live readings, one line per reading", context,
+                                          [&context, monitorOptions] { monitor(context, *monitorOptions); });
+    monitorCommand->add_option("--count", monitorOptions->count, "Readings to take; 0: until Ctrl-C")
+        ->capture_default_str();
+    monitorCommand->add_option("--interval", monitorOptions->interval, "Milliseconds from one reading to the next")
+        ->capture_default_str()
+        ->check(CLI::Range(100u, 86400000u));
+
+    addCommand(app, "stats", "Show the statistics since power on (extremes and peaks)", context,
+               [&context] { statistics(context); });
+    addCommand(app, "fgstats", "Show the fuel gauge statistics (capacity, totals, cycles)", context,
+               [&context] { fuelgauge(context); });
+}

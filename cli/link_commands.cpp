@@ -1,0 +1,102 @@
+// Device links: pair (make the link of a connected device), link decode and
+// link encode (no device needed).
+#include <algorithm>
+#include <memory>
+
+#include <fmt/core.h>
+
+#include "argument_values.h"
+#include "command_context.h"
+#include "command_error.h"
+#include "device_link.h"
+#include "device_session.h"
+#include "hardware_revision.h"
+#include "hex.h"
+
+namespace {
+
+struct EncodeOptions {
+    std::string name;
+    std::string serial;
+    std::string revision;
+    std::string channel;
+    std::string key;
+};
+
+Json identifierJson(Zelmor::DeviceIdentifier const& id) {
+    return Json{{"name", id.name},
+                {"serial", serialText(id.serial)},
+                {"hardware_revision", id.hardwareRevision},
+                {"model", modelName(id.hardwareRevision)},
+                {"channel_id", hexEncode(id.channelId.data(), id.channelId.size())},
+                {"key", hexEncode(id.key.data(), id.key.size())}};
+}
+
+void decode(CommandContext& context, std::string const& text) {
+    DeviceLinkResult const link = parseDeviceLink(text);
+    if (!link.identifier) throw usageError(link.error);
+    Zelmor::DeviceIdentifier const& id = *link.identifier;
+    if (context.output.json()) {
+        context.output.emit(identifierJson(id));
+        return;
+    }
+    context.output.line(fmt::format("Name:       {}", id.name));
+    context.output.line(fmt::format("Serial:     {}", serialText(id.serial)));
+    context.output.line(
+        fmt::format("Model:      {} ({})", modelName(id.hardwareRevision), revisionText(id.hardwareRevision)));
+    context.output.line(fmt::format("Channel id: {}", hexEncode(id.channelId.data(), id.channelId.size())));
+    context.output.line(fmt::format("Key:        {}", hexEncode(id.key.data(), id.key.size())));
+}
+
+void encode(CommandContext& context, EncodeOptions const& options) {
+    Zelmor::DeviceIdentifier id;
+    if (options.name.size() > kDeviceLinkMaxNameBytes)
+        throw usageError(fmt::format("--name must be at most {} bytes long", kDeviceLinkMaxNameBytes));
+    id.name = options.name;
+    id.serial = parseSerial(options.serial, "--serial");
+    id.hardwareRevision = parseRevision(options.revision, "--rev");
+    auto const channel = parseHexBytes(options.channel, id.channelId.size(), "--channel");
+    std::copy(channel.begin(), channel.end(), id.channelId.begin());
+    auto const key = parseHexBytes(options.key, id.key.size(), "--key");
+    std::copy(key.begin(), key.end(), id.key.begin());
+    std::string const link = makeDeviceLink(id);
+    context.output.result(Json{{"link", link}}, link);
+}
+
+void pair(CommandContext& context) {
+    DeviceSession session(context.target);
+    Zelmor::WifiAccessKey const key = session.get(&Zelmor::requestGetAccessKeys);
+    Zelmor::DeviceInfo const& info = session.info();
+    Zelmor::DeviceIdentifier id;
+    id.name = info.name;
+    id.serial = info.serial;
+    id.hardwareRevision = info.hardwareRevision;
+    id.channelId = key.keyId;
+    id.key = key.key;
+    std::string const link = makeDeviceLink(id);
+    Json json = identifierJson(id);
+    json["link"] = link;
+    context.output.result(json, link);
+}
+
+}  // namespace
+
+void addLinkCommands(CLI::App& app, CommandContext& context) {
+    addCommand(app, "pair", "Print the device link that reaches this device through the hub", context,
+               [&context] { pair(context); });
+
+    CLI::App* link = addGroup(app, "link", "Device links (no device needed)");
+    auto url = std::make_shared<std::string>();
+    addCommand(*link, "decode", "Show what a device link holds", context, [&context, url] { decode(context, *url); })
+        ->add_option("URL", *url, "The device link")
+        ->required();
+
+    auto options = std::make_shared<EncodeOptions>();
+    CLI::App* encodeCommand = addCommand(*link, "encode", "Write the device link of the given fields", context,
+                                         [&context, options] { encode(context, *options); });
+    encodeCommand->add_option("--name", options->name, "Device name, at most 32 bytes")->required();
+    encodeCommand->add_option("--serial", options->serial, "Serial number, up to 16 hex digits")->required();
+    encodeCommand->add_option("--rev", options->revision, "Hardware revision, e.g. 0x41")->required();
+    encodeCommand->add_option("--channel", options->channel, "Channel identifier, 32 hex digits")->required();
+    encodeCommand->add_option("--key", options->key, "Key, 64 hex digits")->required();
+}

@@ -1,0 +1,43 @@
+#include "output.h"
+
+#include <arpa/inet.h>
+
+#include <cmath>
+#include <cstdio>
+
+#include <fmt/core.h>
+
+void Output::emit(Json const& result) const {
+    // Names come from devices: bytes that are not UTF-8 are replaced rather
+    // than ending the program.
+    std::string const text = result.dump(-1, ' ', false, Json::error_handler_t::replace);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+void Output::line(std::string_view text) const {
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+std::string serialText(uint64_t serial) { return fmt::format("{:016X}", serial); }
+
+std::string firmwareText(uint16_t version) { return fmt::format("{:X}.{:02X}", version >> 8, version & 0xFF); }
+
+std::string revisionText(uint8_t revision) { return fmt::format("0x{:02x}", revision); }
+
+std::string ipText(uint32_t networkOrder) {
+    char text[INET_ADDRSTRLEN] = {};
+    in_addr address{};
+    address.s_addr = networkOrder;
+    ::inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
+
+Json rounded(float value, int decimals) {
+    if (!std::isfinite(value)) return Json();
+    double const scale = std::pow(10.0, decimals);
+    return std::round(static_cast<double>(value) * scale) / scale;
+}

@@ -1,0 +1,63 @@
+// zelmorctl: the command-line client of Zelmor battery monitors, for headless
+// machines and scripts. Reads the command line, runs the one command chosen,
+// and maps failures to messages on standard error and exit statuses.
+#include <cstdio>
+#include <exception>
+
+#include <fmt/core.h>
+#include <CLI/CLI.hpp>
+
+#include "command_context.h"
+#include "command_error.h"
+#include "hub_host.h"
+
+int main(int argc, char** argv) {
+    CommandContext context;
+    bool json = false;
+
+    CLI::App app{"zelmorctl: find, monitor and configure Zelmor battery monitors"};
+    // Global options may also follow the command: "zelmorctl info --lan 10.0.0.5".
+    app.fallthrough();
+    app.require_subcommand(1);
+    app.set_help_all_flag("--help-all", "Show the help of every command");
+    char const* const group = "Device and output";
+    CLI::Option* lan =
+        app.add_option("--lan", context.target.lan, "Reach a LAN or WiFi device at this IPv4 address (port 7208)")
+            ->group(group);
+    app.add_option("--link", context.target.link, "Reach a paired device through the hub, by its device link")
+        ->excludes(lan)
+        ->group(group);
+    app.add_option("--hub", context.target.hub,
+                   fmt::format("Hub host for --link (default: ${} or {})", kHubHostVariable, kDefaultHubHost))
+        ->group(group);
+    app.add_option("--password", context.target.password, "Unlock the device with this password first")->group(group);
+    app.add_flag("--json", json, "One JSON object per result and line")->group(group);
+
+    addInfoCommands(app, context);
+    addSettingsCommands(app, context);
+    addLockCommands(app, context);
+    addLogCommands(app, context);
+    addFirmwareCommands(app, context);
+    addLinkCommands(app, context);
+
+    try {
+        app.parse(argc, argv);
+    } catch (CLI::ParseError const& error) {
+        int const status = app.exit(error);
+        return status == 0 ? kExitSuccess : kExitUsage;
+    }
+
+    context.output.setJson(json);
+    try {
+        context.action()();
+    } catch (CommandError const& error) {
+        std::fflush(stdout);
+        fmt::print(stderr, "{}\n", error.what());
+        return error.status();
+    } catch (std::exception const& error) {
+        std::fflush(stdout);
+        fmt::print(stderr, "{}\n", error.what());
+        return kExitFailure;
+    }
+    return kExitSuccess;
+}

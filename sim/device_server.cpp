@@ -1,0 +1,11 @@
+#include "device_server.h"
+
+#include <utility>
+
+namespace sim {
+
+DeviceServer::DeviceServer(SimulatedDevice& device, std::string address, uint16_t port)
+    : listener_(std::move(address), port,
+                SessionRoute{SessionMode::Plain, 0, [&device](uint8_t const*, size_t) { return &device; }}) {}
+
+}  // namespace sim

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "announcer.h"
+#include "device_server.h"
+#include "fleet_spec.h"
+#include "hub_relay.h"
+#include "simulated_device.h"
+
+namespace sim {
+
+/// The devices of one simulator run and everything that serves them: a device
+/// server per device on the device's own address, the hub relay for all of
+/// them, and the announcer.
+class Fleet {
+public:
+    /// Makes the devices, each with its pre-filled history and its faults. The
+    /// spec must be complete (completeFleet).
+    explicit Fleet(FleetSpec spec);
+    Fleet(Fleet const&) = delete;
+    Fleet& operator=(Fleet const&) = delete;
+    ~Fleet() { stop(); }
+
+    /// Starts every device server, then the hub relay and the announcer. On the
+    /// first failure stops what has started and gives false, with error().
+    bool start();
+    /// Stops serving and announcing, joining every thread. Idempotent.
+    void stop();
+    std::string const& error() const { return error_; }
+
+    FleetSpec const& spec() const { return spec_; }
+    size_t size() const { return devices_.size(); }
+    SimulatedDevice& device(size_t index) { return *devices_.at(index); }
+
+private:
+    FleetSpec const spec_;
+    std::vector<std::unique_ptr<SimulatedDevice>> devices_;
+    std::vector<std::unique_ptr<DeviceServer>> servers_;
+    std::optional<HubRelay> hub_;
+    std::optional<Announcer> announcer_;
+    std::string error_;
+};
+
+}  // namespace sim

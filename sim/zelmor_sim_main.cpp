@@ -1,0 +1,168 @@
+// zelmor-sim: simulated battery monitors as network devices. Each device listens
+// on its own loopback address (127.0.0.2, 127.0.0.3, ...) on the device port, the
+// hub relay serves all of them by their channels, and every device announces
+// itself on the LAN announcement port once a second. Runs until SIGINT or SIGTERM.
+#include <pthread.h>
+#include <signal.h>
+
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <fmt/core.h>
+#include <CLI/CLI.hpp>
+
+#include "fleet.h"
+#include "fleet_description.h"
+
+namespace {
+
+constexpr char const* kDescription =
+    "Simulated Zelmor battery monitors, served on loopback addresses: each device on its own address "
+    "(127.0.0.2, 127.0.0.3, ...) on TCP port 7208, the hub relay for every device on 127.0.0.1:7209, and LAN "
+    "announcements to 127.0.0.1:7207 once a second. Nothing is ever sent outside 127.0.0.0/8. Without --device "
+    "it runs a Zelmor-K, a Zelmor-V and a Zelmor-V locked with a user password. Fault options apply to every "
+    "device; a device's own keys override them.";
+
+constexpr char const* kDeviceHelp =
+    "A device (repeatable): MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi), then any of name=TEXT, serial=HEX, "
+    "user=PASSWORD, master=PASSWORD, interval=SECONDS, history=DAYS, seed=N, drop=F, corrupt=F, delay=F, "
+    "delay-ms=MS, close-after=BYTES, bandwidth=BYTES_PER_S, stall; e.g. V,name=Cabin bank,user=bilge";
+
+struct Options {
+    std::vector<std::string> devices;
+    uint32_t interval = sim::kDefaultLogIntervalSeconds;
+    uint32_t history = sim::kDefaultHistoryDays;
+    uint64_t seed = 1;
+    sim::FaultSettings faults;
+    bool delayShareGiven = false;
+    std::string baseAddress = sim::addressText(sim::kDefaultBaseAddress);
+    std::string hubAddress = sim::addressText(sim::kLocalHost);
+    bool noHub = false;
+    std::string announceTo = sim::endpointText({sim::kLocalHost, kLanAnnouncementPort});
+    bool noAnnounce = false;
+    bool porcelain = false;
+};
+
+void addOptions(CLI::App& app, Options& o) {
+    app.add_option("--device", o.devices, kDeviceHelp)->type_name("MODEL[,KEY=VALUE...]")->allow_extra_args(false);
+    app.add_option("--interval", o.interval, "Seconds between data log records")
+        ->check(CLI::Range(1u, sim::kMaxLogIntervalSeconds))
+        ->capture_default_str();
+    app.add_option("--history", o.history, "Days of data log recorded before the start")
+        ->check(CLI::Range(0u, sim::kMaxHistoryDays))
+        ->capture_default_str();
+    app.add_option("--seed", o.seed, "Seed of the first device; the next ones count up from it")->capture_default_str();
+    auto const fraction = CLI::Range(0.0, 1.0);
+    app.add_option("--drop", o.faults.dropFraction, "Share of answer frames never sent")->check(fraction);
+    app.add_option("--corrupt", o.faults.corruptFraction, "Share of answer frames sent with one byte altered")
+        ->check(fraction);
+    auto* delay = app.add_option("--delay", o.faults.delayFraction,
+                                 "Share of answers held back by --delay-ms (1000 ms when not given)")
+                      ->check(fraction);
+    app.add_option("--delay-ms", o.faults.answerDelayMs,
+                   "Hold answers back this long (all of them unless --delay says otherwise)")
+        ->check(CLI::Range(0u, sim::kMaxAnswerDelayMs));
+    app.add_flag("--stall", o.faults.stalled, "Keep connections open but take in and answer nothing");
+    app.add_option("--close-after", o.faults.closeAfterBytes, "Close each connection after sending this many bytes");
+    app.add_option("--bandwidth", o.faults.bytesPerSecond, "Send at most this many bytes a second per connection");
+    app.add_option("--base-address", o.baseAddress, "Address of the first device; the others follow it")
+        ->capture_default_str();
+    app.add_option("--hub-address", o.hubAddress, "Address[:port] of the hub relay (port 7209 by default)")
+        ->capture_default_str();
+    app.add_flag("--no-hub", o.noHub, "Run no hub relay");
+    app.add_option("--announce-to", o.announceTo, "Loopback address[:port] the announcements go to")
+        ->capture_default_str();
+    app.add_flag("--no-announce", o.noAnnounce, "Send no announcements");
+    app.add_flag("--porcelain", o.porcelain,
+                 "Print one JSON line per device, then \"ready\" once every listener is up");
+    app.callback([&o, delay] { o.delayShareGiven = delay->count() > 0; });
+}
+
+/// The fleet the options describe, or an error text.
+std::variant<sim::FleetSpec, std::string> fleetSpec(Options const& o) {
+    sim::DeviceSpec defaults;
+    defaults.logIntervalSeconds = o.interval;
+    defaults.historyDays = o.history;
+    defaults.faults = o.faults;
+    sim::applyDelayDefault(defaults.faults, o.delayShareGiven);
+
+    sim::FleetSpec fleet;
+    if (o.devices.empty()) fleet.devices = sim::defaultFleet(defaults);
+    for (std::string const& text : o.devices) {
+        sim::DeviceSpecResult parsed = sim::parseDeviceSpec(text, defaults);
+        if (!parsed.spec) return "--device " + parsed.error;
+        fleet.devices.push_back(std::move(*parsed.spec));
+    }
+    std::optional<uint32_t> const base = sim::parseLoopbackAddress(o.baseAddress);
+    if (!base) return "--base-address " + o.baseAddress + ": not a numeric loopback address (127.0.0.0/8)";
+    if (std::string error = sim::completeFleet(fleet.devices, *base, o.seed); !error.empty()) return error;
+    fleet.hub = std::nullopt;
+    if (!o.noHub) {
+        fleet.hub = sim::parseLoopbackEndpoint(o.hubAddress, sim::HubRelay::kDefaultPort);
+        if (!fleet.hub) return "--hub-address " + o.hubAddress + ": not a numeric loopback address[:port]";
+    }
+    fleet.announceTo = std::nullopt;
+    if (!o.noAnnounce) {
+        fleet.announceTo = sim::parseLoopbackEndpoint(o.announceTo, kLanAnnouncementPort);
+        if (!fleet.announceTo)
+            return "--announce-to " + o.announceTo + ": only a numeric loopback address[:port] (127.0.0.0/8)";
+    }
+    return fleet;
+}
+
+void printFleet(sim::Fleet& fleet, bool porcelain) {
+    sim::FleetSpec const& spec = fleet.spec();
+    for (size_t i = 0; i < fleet.size(); ++i) {
+        if (porcelain)
+            fmt::print("{}\n", sim::devicePorcelain(spec.devices[i], fleet.device(i), spec));
+        else
+            fmt::print("{}\n", sim::deviceSummary(spec.devices[i], fleet.device(i)));
+    }
+    if (porcelain) {
+        fmt::print("ready\n");
+    } else {
+        if (spec.hub) fmt::print("Hub relay on {} for every device.\n", sim::endpointText(*spec.hub));
+        if (spec.announceTo) fmt::print("Announcing to {} once a second.\n", sim::endpointText(*spec.announceTo));
+        fmt::print("Ready; Ctrl-C stops.\n");
+    }
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app(kDescription, "zelmor-sim");
+    Options options;
+    addOptions(app, options);
+    CLI11_PARSE(app, argc, argv);
+
+    auto spec = fleetSpec(options);
+    if (auto const* error = std::get_if<std::string>(&spec)) {
+        fmt::print(stderr, "zelmor-sim: {}\n", *error);
+        return 2;
+    }
+
+    // Blocked before any thread starts, so that every thread inherits the mask
+    // and the signals only ever reach the sigwait below: no thread is cut off
+    // in the middle of a write.
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+
+    sim::Fleet fleet(std::move(std::get<sim::FleetSpec>(spec)));
+    if (!fleet.start()) {
+        fmt::print(stderr, "zelmor-sim: {}\n", fleet.error());
+        return 1;
+    }
+    printFleet(fleet, options.porcelain);
+
+    int signal = 0;
+    sigwait(&signals, &signal);
+    fleet.stop();
+    return 0;
+}

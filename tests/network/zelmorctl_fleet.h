@@ -1,0 +1,77 @@
+// The programs as a user runs them: zelmor-sim serving a fleet on loopback
+// addresses, and zelmorctl run against it, each as a child process.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "child_process.h"
+
+/// zelmor-sim started with --porcelain: the devices it serves, as its output
+/// describes them. Stopped with SIGTERM when the fleet goes away.
+class SimFleet {
+public:
+    struct Device {
+        std::string address;
+        std::string serial;
+        std::string name;
+        std::string link;
+        int revision = 0;
+    };
+
+    explicit SimFleet(std::vector<std::string> arguments) {
+        arguments.push_back("--porcelain");
+        process_ = std::make_unique<ChildProcess>(ZELMOR_SIM_PATH, arguments);
+        if (!process_->started()) {
+            ADD_FAILURE() << process_->error();
+            return;
+        }
+        while (auto line = process_->readLine(std::chrono::seconds(30))) {
+            if (*line == "ready") return;
+            auto const json = nlohmann::json::parse(*line);
+            devices_.push_back(
+                {json["address"], json["serial"], json["name"], json["link"], json["hardware_revision"]});
+        }
+        ADD_FAILURE() << "zelmor-sim did not get ready: " << process_->takeErrors();
+    }
+    ~SimFleet() {
+        if (process_->signal(SIGTERM)) {
+            EXPECT_EQ(process_->wait(std::chrono::seconds(30)), 0);
+        }
+    }
+    SimFleet(SimFleet const&) = delete;
+    SimFleet& operator=(SimFleet const&) = delete;
+
+    Device const& device(size_t index) const { return devices_.at(index); }
+
+private:
+    std::unique_ptr<ChildProcess> process_;
+    std::vector<Device> devices_;
+};
+
+/// zelmorctl run to its end (two minutes at most, so that a hang fails the
+/// test instead of blocking it).
+inline ProgramRun zelmorctl(std::vector<std::string> const& arguments,
+                            std::vector<std::string> const& environment = {}) {
+    return runProgram(ZELMORCTL_PATH, arguments, std::chrono::minutes(2), environment);
+}
+
+/// Each line of standard output as a JSON object.
+inline std::vector<nlohmann::json> jsonLines(ProgramRun const& run) {
+    std::vector<nlohmann::json> result;
+    for (auto const& line : run.lines()) result.push_back(nlohmann::json::parse(line));
+    return result;
+}
+
+/// The one JSON object a successful command prints.
+inline nlohmann::json jsonResult(ProgramRun const& run) {
+    EXPECT_EQ(run.status, 0) << run.err;
+    auto const lines = jsonLines(run);
+    EXPECT_EQ(lines.size(), 1u) << run.out;
+    return lines.empty() ? nlohmann::json() : lines.front();
+}

@@ -1,0 +1,91 @@
+// How the simulator's options become a fleet: device texts, what they leave to
+// the defaults, and the loopback addresses the devices take.
+#include <gtest/gtest.h>
+
+#include "fleet_spec.h"
+
+namespace {
+
+TEST(SimFleetSpec, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
+    sim::DeviceSpec defaults;
+    defaults.historyDays = 5;
+    defaults.faults.bytesPerSecond = 1000;
+    sim::DeviceSpecResult const r = sim::parseDeviceSpec(
+        "v,name=Cabin bank,serial=5a4c00000000beef,user=bilge,master=keel,interval=1,seed=7,drop=0.25,"
+        "corrupt=0.5,delay-ms=30,close-after=4096,stall",
+        defaults);
+    ASSERT_TRUE(r.spec.has_value()) << r.error;
+    sim::DeviceSpec const& d = *r.spec;
+    EXPECT_EQ(d.hardwareRevision, 0x41);
+    EXPECT_EQ(d.name, "Cabin bank");
+    EXPECT_EQ(d.serial, 0x5A4C00000000BEEFu);
+    EXPECT_EQ(d.userPassword, "bilge");
+    EXPECT_EQ(d.masterPassword, "keel");
+    EXPECT_EQ(d.logIntervalSeconds, 1u);
+    EXPECT_EQ(d.historyDays, 5u);
+    EXPECT_EQ(d.seed, 7u);
+    EXPECT_EQ(d.faults.dropFraction, 0.25);
+    EXPECT_EQ(d.faults.corruptFraction, 0.5);
+    EXPECT_EQ(d.faults.answerDelayMs, 30u);
+    EXPECT_EQ(d.faults.delayFraction, 1.0);
+    EXPECT_EQ(d.faults.closeAfterBytes, 4096u);
+    EXPECT_EQ(d.faults.bytesPerSecond, 1000u);
+    EXPECT_TRUE(d.faults.stalled);
+
+    // A share of delayed answers without a delay holds them back the default time.
+    sim::DeviceSpecResult const delayed = sim::parseDeviceSpec("K,delay=0.5", defaults);
+    ASSERT_TRUE(delayed.spec.has_value()) << delayed.error;
+    EXPECT_EQ(delayed.spec->hardwareRevision, 0x10);
+    EXPECT_EQ(delayed.spec->faults.delayFraction, 0.5);
+    EXPECT_EQ(delayed.spec->faults.answerDelayMs, sim::kDefaultAnswerDelayMs);
+}
+
+TEST(SimFleetSpec, BadDeviceTextsAreRefusedWithTheReason) {
+    struct Case {
+        char const* text;
+        char const* reason;
+    };
+    for (Case const c : {Case{"X", "model"}, Case{"", "model"}, Case{"K,colour=red", "unknown key \"colour\""},
+                         Case{"K,serial=zz", "serial"}, Case{"K,serial=0", "serial"},
+                         Case{"K,serial=12345678901234567", "serial"}, Case{"K,name", "name needs a value"},
+                         Case{"K,name=", "name"}, Case{"K,name=123456789012345678901234567890123", "name"},
+                         Case{"K,user=a\tb", "control"}, Case{"K,drop=1.5", "drop"}, Case{"K,drop=x", "drop"},
+                         Case{"K,interval=0", "interval"}, Case{"K,history=401", "history"},
+                         Case{"K,stall=1", "stall takes no value"}, Case{"K,,name=a", "unknown key"}}) {
+        sim::DeviceSpecResult const r = sim::parseDeviceSpec(c.text, {});
+        EXPECT_FALSE(r.spec.has_value()) << c.text;
+        EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.text << ": " << r.error;
+    }
+}
+
+TEST(SimFleetSpec, DevicesTakeConsecutiveLoopbackAddressesNamesSerialsAndSeeds) {
+    std::vector<sim::DeviceSpec> fleet = sim::defaultFleet({});
+    ASSERT_EQ(fleet.size(), 3u);
+    fleet[1].name = "Given";
+    ASSERT_EQ(sim::completeFleet(fleet, sim::kDefaultBaseAddress, 10), "");
+    EXPECT_EQ(sim::addressText(fleet[0].address), "127.0.0.2");
+    EXPECT_EQ(sim::addressText(fleet[2].address), "127.0.0.4");
+    EXPECT_EQ(fleet[0].hardwareRevision, 0x10);
+    EXPECT_EQ(fleet[2].hardwareRevision, 0x41);
+    EXPECT_FALSE(fleet[2].userPassword.empty());
+    EXPECT_EQ(fleet[1].name, "Given");
+    EXPECT_NE(fleet[0].name, fleet[2].name);
+    EXPECT_EQ(fleet[1].serial, fleet[0].serial + 1);
+    EXPECT_EQ(fleet[2].seed, 12u);
+    EXPECT_EQ(sim::deviceConfig(fleet[2]).ipAddress, (std::array<uint8_t, 4>{127, 0, 0, 4}));
+
+    std::vector<sim::DeviceSpec> past(2);
+    EXPECT_NE(sim::completeFleet(past, *sim::parseLoopbackAddress("127.255.255.254"), 1), "");
+}
+
+TEST(SimFleetSpec, OnlyNumericLoopbackEndpointsAreAccepted) {
+    auto const endpoint = sim::parseLoopbackEndpoint("127.0.0.1:7300", 7207);
+    ASSERT_TRUE(endpoint.has_value());
+    EXPECT_EQ(sim::endpointText(*endpoint), "127.0.0.1:7300");
+    EXPECT_EQ(sim::parseLoopbackEndpoint("127.1.2.3", 7207)->port, 7207);
+    for (char const* text : {"10.0.0.1", "128.0.0.1:7207", "localhost", "127.0.0.1:0", "127.0.0.1:70000",
+                             "127.0.0.1:", "127.0.0.1:72x", "::1"})
+        EXPECT_FALSE(sim::parseLoopbackEndpoint(text, 7207).has_value()) << text;
+}
+
+}  // namespace
