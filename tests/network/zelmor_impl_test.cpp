@@ -22,11 +22,15 @@ using Code = Zelmor::ResponseCode;
 struct LinkEvents {
     std::mutex mutex;
     std::vector<std::string> events;
+    CallbackResult<> connected;
     CallbackResult<Reason> disconnected;
     std::atomic<int> disconnects{0};
 
     void attach(ZelmorImpl& zelmor) {
-        zelmor.setConnectedCallback([this] { add("connected"); });
+        zelmor.setConnectedCallback([this, done = connected.callback()] {
+            add("connected");
+            done();
+        });
         zelmor.setDisconnectCallback([this, done = disconnected.callback()](Reason reason) {
             add("disconnected");
             ++disconnects;
@@ -50,6 +54,7 @@ TEST(ZelmorImplTest, LocalDisconnectReportsClosedLocallyOnce) {
     link.attach(zelmor);
     zelmor.connectLan(loopbackAddress("127.0.0.21"));
     ASSERT_TRUE(device.accept());
+    link.connected.get();
     zelmor.disconnect();
     EXPECT_EQ(std::get<0>(link.disconnected.get()), Reason::ClosedLocally);
     zelmor.disconnect();
@@ -71,14 +76,9 @@ TEST(ZelmorImplTest, PeerClosingAfterAcceptReportsConnectionLostAndFailsPendingR
     ZelmorImpl zelmor;
     LinkEvents link;
     link.attach(zelmor);
-    CallbackResult<> connected;
-    zelmor.setConnectedCallback([&link, done = connected.callback()] {
-        link.add("connected");
-        done();
-    });
     zelmor.connectLan(loopbackAddress("127.0.0.23"));
     ASSERT_TRUE(device.accept());
-    connected.get();
+    link.connected.get();
     CallbackResult<Code, Zelmor::DeviceInfo> info;
     zelmor.requestGetInfo([&link, done = info.callback()](Code code, Zelmor::DeviceInfo const& record) {
         link.add("request ended");
