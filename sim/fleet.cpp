@@ -4,8 +4,8 @@
 
 namespace sim {
 
-Fleet::Fleet(FleetSpec spec) : spec_(std::move(spec)) {
-    for (DeviceSpec const& d : spec_.devices) {
+Fleet::Fleet(FleetPlan plan) : plan_(std::move(plan)) {
+    for (DevicePlan const& d : plan_.devices) {
         devices_.push_back(std::make_unique<SimulatedDevice>(deviceConfig(d)));
         devices_.back()->faults().configure(d.faults);
     }
@@ -14,15 +14,15 @@ Fleet::Fleet(FleetSpec spec) : spec_(std::move(spec)) {
 bool Fleet::start() {
     for (size_t i = 0; i < devices_.size(); ++i) {
         servers_.push_back(
-            std::make_unique<DeviceServer>(*devices_[i], addressText(spec_.devices[i].address), spec_.devicePort));
+            std::make_unique<DeviceServer>(*devices_[i], addressText(plan_.devices[i].address), plan_.devicePort));
         if (!servers_.back()->start()) {
             error_ = servers_.back()->error();
             stop();
             return false;
         }
     }
-    if (spec_.hub) {
-        hub_.emplace(addressText(spec_.hub->address), spec_.hub->port);
+    if (plan_.hub) {
+        hub_.emplace(addressText(plan_.hub->address), plan_.hub->port);
         for (auto const& device : devices_) hub_->addDevice(*device);
         if (!hub_->start()) {
             error_ = hub_->error();
@@ -30,10 +30,10 @@ bool Fleet::start() {
             return false;
         }
     }
-    if (spec_.announceTo) {
-        announcer_.emplace(addressText(spec_.announceTo->address), spec_.announceTo->port);
+    if (plan_.announceTo) {
+        announcer_.emplace(addressText(plan_.announceTo->address), plan_.announceTo->port);
         for (size_t i = 0; i < devices_.size(); ++i)
-            announcer_->addDevice(*devices_[i], addressText(spec_.devices[i].address));
+            announcer_->addDevice(*devices_[i], addressText(plan_.devices[i].address));
         if (!announcer_->start()) {
             error_ = announcer_->error();
             stop();

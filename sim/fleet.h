@@ -8,7 +8,7 @@
 
 #include "announcer.h"
 #include "device_server.h"
-#include "fleet_spec.h"
+#include "fleet_plan.h"
 #include "hub_relay.h"
 #include "simulated_device.h"
 
@@ -20,8 +20,8 @@ namespace sim {
 class Fleet {
 public:
     /// Makes the devices, each with its pre-filled history and its faults. The
-    /// spec must be complete (completeFleet).
-    explicit Fleet(FleetSpec spec);
+    /// plan must be complete (completeFleet).
+    explicit Fleet(FleetPlan plan);
     Fleet(Fleet const&) = delete;
     Fleet& operator=(Fleet const&) = delete;
     ~Fleet() { stop(); }
@@ -33,12 +33,12 @@ public:
     void stop();
     std::string const& error() const { return error_; }
 
-    FleetSpec const& spec() const { return spec_; }
+    FleetPlan const& plan() const { return plan_; }
     size_t size() const { return devices_.size(); }
     SimulatedDevice& device(size_t index) { return *devices_.at(index); }
 
 private:
-    FleetSpec const spec_;
+    FleetPlan const plan_;
     std::vector<std::unique_ptr<SimulatedDevice>> devices_;
     std::vector<std::unique_ptr<DeviceServer>> servers_;
     std::optional<HubRelay> hub_;

@@ -23,30 +23,30 @@ std::string deviceLink(SimulatedDevice& device) {
     return makeDeviceLink(id);
 }
 
-std::string deviceSummary(DeviceSpec const& spec, SimulatedDevice& device) {
+std::string deviceSummary(DevicePlan const& plan, SimulatedDevice& device) {
     DeviceSnapshot const snapshot = device.snapshot();
-    std::string line = fmt::format("{:<11} {}  \"{}\"  serial {:016X}", addressText(spec.address),
+    std::string line = fmt::format("{:<11} {}  \"{}\"  serial {:016X}", addressText(plan.address),
                                    modelName(snapshot.hardwareRevision), snapshot.name, snapshot.serial);
-    if (!spec.userPassword.empty()) line += fmt::format("  user password \"{}\"", spec.userPassword);
-    if (!spec.masterPassword.empty()) line += fmt::format("  master password \"{}\"", spec.masterPassword);
+    if (!plan.userPassword.empty()) line += fmt::format("  user password \"{}\"", plan.userPassword);
+    if (!plan.masterPassword.empty()) line += fmt::format("  master password \"{}\"", plan.masterPassword);
     return line + "  " + deviceLink(device);
 }
 
-std::string devicePorcelain(DeviceSpec const& spec, SimulatedDevice& device, FleetSpec const& fleet) {
+std::string devicePorcelain(DevicePlan const& plan, SimulatedDevice& device, FleetPlan const& fleet) {
     DeviceSnapshot const snapshot = device.snapshot();
     Zelmor::WifiAccessKey const key = device.accessKey();
     nlohmann::ordered_json line{
-        {"address", addressText(spec.address)},
+        {"address", addressText(plan.address)},
         {"port", fleet.devicePort},
         {"hub", fleet.hub ? nlohmann::ordered_json(endpointText(*fleet.hub)) : nlohmann::ordered_json()},
         {"model", modelName(snapshot.hardwareRevision)},
         {"hardware_revision", snapshot.hardwareRevision},
         {"serial", fmt::format("{:016X}", snapshot.serial)},
         {"name", snapshot.name},
-        {"user_password", spec.userPassword},
-        {"master_password", spec.masterPassword},
-        {"log_interval", spec.logIntervalSeconds},
-        {"history_days", spec.historyDays},
+        {"user_password", plan.userPassword},
+        {"master_password", plan.masterPassword},
+        {"log_interval", plan.logIntervalSeconds},
+        {"history_days", plan.historyDays},
         {"channel_id", hexEncode(key.keyId.data(), key.keyId.size())},
         {"link", deviceLink(device)},
     };

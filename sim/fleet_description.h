@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "fleet_spec.h"
+#include "fleet_plan.h"
 
 namespace sim {
 
@@ -14,10 +14,10 @@ std::string deviceLink(SimulatedDevice& device);
 
 /// One line for a person: address, model, name, serial, passwords if any, and
 /// the device link.
-std::string deviceSummary(DeviceSpec const& spec, SimulatedDevice& device);
+std::string deviceSummary(DevicePlan const& plan, SimulatedDevice& device);
 
 /// One JSON object on one line for programs and tests; its keys are listed in
 /// docs/simulated-device.md and stay as they are.
-std::string devicePorcelain(DeviceSpec const& spec, SimulatedDevice& device, FleetSpec const& fleet);
+std::string devicePorcelain(DevicePlan const& plan, SimulatedDevice& device, FleetPlan const& fleet);
 
 }  // namespace sim

@@ -129,7 +129,10 @@ void SessionConnection::writeLoop() {
             wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
             // Chunks keep their order: one held back holds back those behind it.
             Clock::time_point const due = stopping_ ? Clock::now() : queue_.front().due;
-            if (stopping_ || wake_.wait_until(lock, due, [this] { return stopping_; })) break;
+            // A wait that is already due still sleeps until a timer fires:
+            // wait only for chunks that are really held back.
+            if (stopping_ || (due > Clock::now() && wake_.wait_until(lock, due, [this] { return stopping_; })))
+                break;
             chunk = std::move(queue_.front());
             queue_.pop_front();
         }

@@ -82,19 +82,19 @@ void addOptions(CLI::App& app, Options& o) {
 }
 
 /// The fleet the options describe, or an error text.
-std::variant<sim::FleetSpec, std::string> fleetSpec(Options const& o) {
-    sim::DeviceSpec defaults;
+std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
+    sim::DevicePlan defaults;
     defaults.logIntervalSeconds = o.interval;
     defaults.historyDays = o.history;
     defaults.faults = o.faults;
     sim::applyDelayDefault(defaults.faults, o.delayShareGiven);
 
-    sim::FleetSpec fleet;
+    sim::FleetPlan fleet;
     if (o.devices.empty()) fleet.devices = sim::defaultFleet(defaults);
     for (std::string const& text : o.devices) {
-        sim::DeviceSpecResult parsed = sim::parseDeviceSpec(text, defaults);
-        if (!parsed.spec) return "--device " + parsed.error;
-        fleet.devices.push_back(std::move(*parsed.spec));
+        sim::DevicePlanResult parsed = sim::parseDevicePlan(text, defaults);
+        if (!parsed.plan) return "--device " + parsed.error;
+        fleet.devices.push_back(std::move(*parsed.plan));
     }
     std::optional<uint32_t> const base = sim::parseLoopbackAddress(o.baseAddress);
     if (!base) return "--base-address " + o.baseAddress + ": not a numeric loopback address (127.0.0.0/8)";
@@ -114,18 +114,18 @@ std::variant<sim::FleetSpec, std::string> fleetSpec(Options const& o) {
 }
 
 void printFleet(sim::Fleet& fleet, bool porcelain) {
-    sim::FleetSpec const& spec = fleet.spec();
+    sim::FleetPlan const& plan = fleet.plan();
     for (size_t i = 0; i < fleet.size(); ++i) {
         if (porcelain)
-            fmt::print("{}\n", sim::devicePorcelain(spec.devices[i], fleet.device(i), spec));
+            fmt::print("{}\n", sim::devicePorcelain(plan.devices[i], fleet.device(i), plan));
         else
-            fmt::print("{}\n", sim::deviceSummary(spec.devices[i], fleet.device(i)));
+            fmt::print("{}\n", sim::deviceSummary(plan.devices[i], fleet.device(i)));
     }
     if (porcelain) {
         fmt::print("ready\n");
     } else {
-        if (spec.hub) fmt::print("Hub relay on {} for every device.\n", sim::endpointText(*spec.hub));
-        if (spec.announceTo) fmt::print("Announcing to {} once a second.\n", sim::endpointText(*spec.announceTo));
+        if (plan.hub) fmt::print("Hub relay on {} for every device.\n", sim::endpointText(*plan.hub));
+        if (plan.announceTo) fmt::print("Announcing to {} once a second.\n", sim::endpointText(*plan.announceTo));
         fmt::print("Ready; Ctrl-C stops.\n");
     }
     std::fflush(stdout);
@@ -139,8 +139,8 @@ int main(int argc, char** argv) {
     addOptions(app, options);
     CLI11_PARSE(app, argc, argv);
 
-    auto spec = fleetSpec(options);
-    if (auto const* error = std::get_if<std::string>(&spec)) {
+    auto plan = fleetPlan(options);
+    if (auto const* error = std::get_if<std::string>(&plan)) {
         fmt::print(stderr, "zelmor-sim: {}\n", *error);
         return 2;
     }
@@ -154,7 +154,7 @@ int main(int argc, char** argv) {
     sigaddset(&signals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
-    sim::Fleet fleet(std::move(std::get<sim::FleetSpec>(spec)));
+    sim::Fleet fleet(std::move(std::get<sim::FleetPlan>(plan)));
     if (!fleet.start()) {
         fmt::print(stderr, "zelmor-sim: {}\n", fleet.error());
         return 1;

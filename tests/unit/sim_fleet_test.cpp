@@ -2,20 +2,20 @@
 // the defaults, and the loopback addresses the devices take.
 #include <gtest/gtest.h>
 
-#include "fleet_spec.h"
+#include "fleet_plan.h"
 
 namespace {
 
-TEST(SimFleetSpec, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
-    sim::DeviceSpec defaults;
+TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
+    sim::DevicePlan defaults;
     defaults.historyDays = 5;
     defaults.faults.bytesPerSecond = 1000;
-    sim::DeviceSpecResult const r = sim::parseDeviceSpec(
+    sim::DevicePlanResult const r = sim::parseDevicePlan(
         "v,name=Cabin bank,serial=5a4c00000000beef,user=bilge,master=keel,interval=1,seed=7,drop=0.25,"
         "corrupt=0.5,delay-ms=30,close-after=4096,stall",
         defaults);
-    ASSERT_TRUE(r.spec.has_value()) << r.error;
-    sim::DeviceSpec const& d = *r.spec;
+    ASSERT_TRUE(r.plan.has_value()) << r.error;
+    sim::DevicePlan const& d = *r.plan;
     EXPECT_EQ(d.hardwareRevision, 0x41);
     EXPECT_EQ(d.name, "Cabin bank");
     EXPECT_EQ(d.serial, 0x5A4C00000000BEEFu);
@@ -33,14 +33,14 @@ TEST(SimFleetSpec, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
     EXPECT_TRUE(d.faults.stalled);
 
     // A share of delayed answers without a delay holds them back the default time.
-    sim::DeviceSpecResult const delayed = sim::parseDeviceSpec("K,delay=0.5", defaults);
-    ASSERT_TRUE(delayed.spec.has_value()) << delayed.error;
-    EXPECT_EQ(delayed.spec->hardwareRevision, 0x10);
-    EXPECT_EQ(delayed.spec->faults.delayFraction, 0.5);
-    EXPECT_EQ(delayed.spec->faults.answerDelayMs, sim::kDefaultAnswerDelayMs);
+    sim::DevicePlanResult const delayed = sim::parseDevicePlan("K,delay=0.5", defaults);
+    ASSERT_TRUE(delayed.plan.has_value()) << delayed.error;
+    EXPECT_EQ(delayed.plan->hardwareRevision, 0x10);
+    EXPECT_EQ(delayed.plan->faults.delayFraction, 0.5);
+    EXPECT_EQ(delayed.plan->faults.answerDelayMs, sim::kDefaultAnswerDelayMs);
 }
 
-TEST(SimFleetSpec, BadDeviceTextsAreRefusedWithTheReason) {
+TEST(SimFleetPlan, BadDeviceTextsAreRefusedWithTheReason) {
     struct Case {
         char const* text;
         char const* reason;
@@ -52,14 +52,14 @@ TEST(SimFleetSpec, BadDeviceTextsAreRefusedWithTheReason) {
                          Case{"K,user=a\tb", "control"}, Case{"K,drop=1.5", "drop"}, Case{"K,drop=x", "drop"},
                          Case{"K,interval=0", "interval"}, Case{"K,history=401", "history"},
                          Case{"K,stall=1", "stall takes no value"}, Case{"K,,name=a", "unknown key"}}) {
-        sim::DeviceSpecResult const r = sim::parseDeviceSpec(c.text, {});
-        EXPECT_FALSE(r.spec.has_value()) << c.text;
+        sim::DevicePlanResult const r = sim::parseDevicePlan(c.text, {});
+        EXPECT_FALSE(r.plan.has_value()) << c.text;
         EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.text << ": " << r.error;
     }
 }
 
-TEST(SimFleetSpec, DevicesTakeConsecutiveLoopbackAddressesNamesSerialsAndSeeds) {
-    std::vector<sim::DeviceSpec> fleet = sim::defaultFleet({});
+TEST(SimFleetPlan, DevicesTakeConsecutiveLoopbackAddressesNamesSerialsAndSeeds) {
+    std::vector<sim::DevicePlan> fleet = sim::defaultFleet({});
     ASSERT_EQ(fleet.size(), 3u);
     fleet[1].name = "Given";
     ASSERT_EQ(sim::completeFleet(fleet, sim::kDefaultBaseAddress, 10), "");
@@ -74,11 +74,11 @@ TEST(SimFleetSpec, DevicesTakeConsecutiveLoopbackAddressesNamesSerialsAndSeeds) 
     EXPECT_EQ(fleet[2].seed, 12u);
     EXPECT_EQ(sim::deviceConfig(fleet[2]).ipAddress, (std::array<uint8_t, 4>{127, 0, 0, 4}));
 
-    std::vector<sim::DeviceSpec> past(2);
+    std::vector<sim::DevicePlan> past(2);
     EXPECT_NE(sim::completeFleet(past, *sim::parseLoopbackAddress("127.255.255.254"), 1), "");
 }
 
-TEST(SimFleetSpec, OnlyNumericLoopbackEndpointsAreAccepted) {
+TEST(SimFleetPlan, OnlyNumericLoopbackEndpointsAreAccepted) {
     auto const endpoint = sim::parseLoopbackEndpoint("127.0.0.1:7300", 7207);
     ASSERT_TRUE(endpoint.has_value());
     EXPECT_EQ(sim::endpointText(*endpoint), "127.0.0.1:7300");

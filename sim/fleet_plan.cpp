@@ -1,4 +1,4 @@
-#include "fleet_spec.h"
+#include "fleet_plan.h"
 
 #include <algorithm>
 #include <charconv>
@@ -36,7 +36,7 @@ std::optional<Number> parseNumber(std::string_view text, Format... format) {
 }
 
 // Each setter answers with what is wrong with the value, or nothing.
-using Setter = std::string (*)(DeviceSpec& spec, std::string_view value);
+using Setter = std::string (*)(DevicePlan& plan, std::string_view value);
 
 std::string setText(std::string& field, std::string_view value, size_t maxBytes) {
     if (value.empty() || value.size() > maxBytes) return fmt::format("needs 1 to {} bytes", maxBytes);
@@ -68,40 +68,40 @@ struct Key {
 };
 
 constexpr Key kKeys[] = {
-    {"name", true, [](DeviceSpec& s, std::string_view v) { return setText(s.name, v, kMaxNameBytes); }},
+    {"name", true, [](DevicePlan& s, std::string_view v) { return setText(s.name, v, kMaxNameBytes); }},
     {"serial", true,
-     [](DeviceSpec& s, std::string_view v) -> std::string {
+     [](DevicePlan& s, std::string_view v) -> std::string {
          std::optional<uint64_t> const serial = v.size() <= 16 ? parseNumber<uint64_t>(v, 16) : std::nullopt;
          if (!serial || *serial == 0) return "needs 1 to 16 hexadecimal digits, not all zero";
          s.serial = *serial;
          return {};
      }},
-    {"user", true, [](DeviceSpec& s, std::string_view v) { return setText(s.userPassword, v, 64); }},
-    {"master", true, [](DeviceSpec& s, std::string_view v) { return setText(s.masterPassword, v, 64); }},
+    {"user", true, [](DevicePlan& s, std::string_view v) { return setText(s.userPassword, v, 64); }},
+    {"master", true, [](DevicePlan& s, std::string_view v) { return setText(s.masterPassword, v, 64); }},
     {"interval", true,
-     [](DeviceSpec& s, std::string_view v) { return setNumber(s.logIntervalSeconds, v, 1u, kMaxLogIntervalSeconds); }},
+     [](DevicePlan& s, std::string_view v) { return setNumber(s.logIntervalSeconds, v, 1u, kMaxLogIntervalSeconds); }},
     {"history", true,
-     [](DeviceSpec& s, std::string_view v) { return setNumber(s.historyDays, v, 0u, kMaxHistoryDays); }},
+     [](DevicePlan& s, std::string_view v) { return setNumber(s.historyDays, v, 0u, kMaxHistoryDays); }},
     {"seed", true,
-     [](DeviceSpec& s, std::string_view v) {
+     [](DevicePlan& s, std::string_view v) {
          uint64_t seed = 0;
          std::string why = setNumber<uint64_t>(seed, v, 0, UINT64_MAX);
          if (why.empty()) s.seed = seed;
          return why;
      }},
-    {"drop", true, [](DeviceSpec& s, std::string_view v) { return setFraction(s.faults.dropFraction, v); }},
-    {"corrupt", true, [](DeviceSpec& s, std::string_view v) { return setFraction(s.faults.corruptFraction, v); }},
-    {"delay", true, [](DeviceSpec& s, std::string_view v) { return setFraction(s.faults.delayFraction, v); }},
+    {"drop", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.dropFraction, v); }},
+    {"corrupt", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.corruptFraction, v); }},
+    {"delay", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.delayFraction, v); }},
     {"delay-ms", true,
-     [](DeviceSpec& s, std::string_view v) {
+     [](DevicePlan& s, std::string_view v) {
          return setNumber<uint32_t>(s.faults.answerDelayMs, v, 0, kMaxAnswerDelayMs);
      }},
     {"close-after", true,
-     [](DeviceSpec& s, std::string_view v) { return setNumber<uint64_t>(s.faults.closeAfterBytes, v, 0, UINT64_MAX); }},
+     [](DevicePlan& s, std::string_view v) { return setNumber<uint64_t>(s.faults.closeAfterBytes, v, 0, UINT64_MAX); }},
     {"bandwidth", true,
-     [](DeviceSpec& s, std::string_view v) { return setNumber<uint64_t>(s.faults.bytesPerSecond, v, 0, UINT64_MAX); }},
+     [](DevicePlan& s, std::string_view v) { return setNumber<uint64_t>(s.faults.bytesPerSecond, v, 0, UINT64_MAX); }},
     {"stall", false,
-     [](DeviceSpec& s, std::string_view) {
+     [](DevicePlan& s, std::string_view) {
          s.faults.stalled = true;
          return std::string();
      }},
@@ -116,17 +116,17 @@ std::string knownKeys() {
 
 }  // namespace
 
-DeviceSpecResult parseDeviceSpec(std::string_view text, DeviceSpec const& defaults) {
+DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaults) {
     auto const failure = [text](std::string why) {
-        return DeviceSpecResult{std::nullopt, fmt::format("\"{}\": {}", text, why)};
+        return DevicePlanResult{std::nullopt, fmt::format("\"{}\": {}", text, why)};
     };
-    DeviceSpec spec = defaults;
+    DevicePlan plan = defaults;
     size_t const firstComma = std::min(text.find(','), text.size());
     std::string_view const model = text.substr(0, firstComma);
     if (equalsIgnoringCase(model, "K"))
-        spec.hardwareRevision = kLanModelRevision;
+        plan.hardwareRevision = kLanModelRevision;
     else if (equalsIgnoringCase(model, "V"))
-        spec.hardwareRevision = kWifiModelRevision;
+        plan.hardwareRevision = kWifiModelRevision;
     else
         return failure("the model must be K (Zelmor-K, LAN) or V (Zelmor-V, WiFi)");
 
@@ -144,33 +144,33 @@ DeviceSpecResult parseDeviceSpec(std::string_view text, DeviceSpec const& defaul
             return failure(fmt::format("{} needs a value ({}=...)", name, name));
         if (!key->takesValue && equals != std::string_view::npos)
             return failure(fmt::format("{} takes no value", name));
-        if (std::string why = key->set(spec, equals == std::string_view::npos ? "" : item.substr(equals + 1));
+        if (std::string why = key->set(plan, equals == std::string_view::npos ? "" : item.substr(equals + 1));
             !why.empty())
             return failure(fmt::format("{} {}", name, why));
         delayShareGiven = delayShareGiven || name == "delay";
     }
-    applyDelayDefault(spec.faults, delayShareGiven);
-    return {spec, {}};
+    applyDelayDefault(plan.faults, delayShareGiven);
+    return {plan, {}};
 }
 
 void applyDelayDefault(FaultSettings& faults, bool delayShareGiven) {
     if (delayShareGiven && faults.answerDelayMs == 0) faults.answerDelayMs = kDefaultAnswerDelayMs;
 }
 
-std::vector<DeviceSpec> defaultFleet(DeviceSpec const& defaults) {
-    DeviceSpec lan = defaults;
+std::vector<DevicePlan> defaultFleet(DevicePlan const& defaults) {
+    DevicePlan lan = defaults;
     lan.hardwareRevision = kLanModelRevision;
-    DeviceSpec wifi = defaults;
+    DevicePlan wifi = defaults;
     wifi.hardwareRevision = kWifiModelRevision;
-    DeviceSpec locked = wifi;
+    DevicePlan locked = wifi;
     locked.userPassword = kLockedDevicePassword;
     return {lan, wifi, locked};
 }
 
-std::string completeFleet(std::vector<DeviceSpec>& devices, uint32_t base, uint64_t seed) {
+std::string completeFleet(std::vector<DevicePlan>& devices, uint32_t base, uint64_t seed) {
     size_t const nameCount = std::size(kNames);
     for (size_t i = 0; i < devices.size(); ++i) {
-        DeviceSpec& d = devices[i];
+        DevicePlan& d = devices[i];
         uint64_t const address = uint64_t{base} + i;
         // Neither the network's own address nor its broadcast address can be a device's.
         if (address > UINT32_MAX || !isLoopback(static_cast<uint32_t>(address)) || (address & 0xFFFFFF) == 0 ||
@@ -187,17 +187,17 @@ std::string completeFleet(std::vector<DeviceSpec>& devices, uint32_t base, uint6
     return {};
 }
 
-SimulatedDeviceConfig deviceConfig(DeviceSpec const& spec) {
+SimulatedDeviceConfig deviceConfig(DevicePlan const& plan) {
     SimulatedDeviceConfig config;
-    config.hardwareRevision = spec.hardwareRevision;
-    config.serial = spec.serial;
-    config.name = spec.name;
-    config.userPassword = spec.userPassword;
-    config.masterPassword = spec.masterPassword;
-    config.logIntervalSeconds = spec.logIntervalSeconds;
-    config.historyDays = spec.historyDays;
-    config.seed = spec.seed.value_or(1);
-    auto const byte = [&spec](int shift) { return static_cast<uint8_t>(spec.address >> shift); };
+    config.hardwareRevision = plan.hardwareRevision;
+    config.serial = plan.serial;
+    config.name = plan.name;
+    config.userPassword = plan.userPassword;
+    config.masterPassword = plan.masterPassword;
+    config.logIntervalSeconds = plan.logIntervalSeconds;
+    config.historyDays = plan.historyDays;
+    config.seed = plan.seed.value_or(1);
+    auto const byte = [&plan](int shift) { return static_cast<uint8_t>(plan.address >> shift); };
     config.ipAddress = {byte(24), byte(16), byte(8), byte(0)};
     config.bluetoothAddress = {0xC2, 0x5A, 0x4C, byte(16), byte(8), byte(0)};
     return config;

@@ -37,7 +37,7 @@ inline constexpr uint32_t kMaxAnswerDelayMs = 600000;
 /// One simulated device as the options describe it. Name, serial and seed are
 /// left open by the options unless given, and the address always is, until
 /// completeFleet fills them in.
-struct DeviceSpec {
+struct DevicePlan {
     uint8_t hardwareRevision = kLanModelRevision;
     std::string name;
     uint64_t serial = 0;
@@ -51,16 +51,16 @@ struct DeviceSpec {
 };
 
 /// The devices and where they are served.
-struct FleetSpec {
-    std::vector<DeviceSpec> devices;
+struct FleetPlan {
+    std::vector<DevicePlan> devices;
     uint16_t devicePort = DeviceServer::kDefaultPort;
     std::optional<LoopbackEndpoint> hub = LoopbackEndpoint{kLocalHost, HubRelay::kDefaultPort};
     std::optional<LoopbackEndpoint> announceTo = LoopbackEndpoint{kLocalHost, kLanAnnouncementPort};
 };
 
-/// A device spec, or a sentence telling the user what is wrong with the text.
-struct DeviceSpecResult {
-    std::optional<DeviceSpec> spec;
+/// A device plan, or a sentence telling the user what is wrong with the text.
+struct DevicePlanResult {
+    std::optional<DevicePlan> plan;
     std::string error;
 };
 
@@ -69,21 +69,21 @@ struct DeviceSpecResult {
 /// (days), seed=, drop=, corrupt=, delay= (fractions), delay-ms=, close-after=
 /// (bytes), bandwidth= (bytes/s) and stall. What the text leaves out is taken
 /// from `defaults`. Values cannot contain commas.
-DeviceSpecResult parseDeviceSpec(std::string_view text, DeviceSpec const& defaults);
+DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaults);
 
 /// The fleet of a run that names no device: a Zelmor-K, a Zelmor-V, and a
 /// Zelmor-V locked with a user password, each otherwise as `defaults`.
-std::vector<DeviceSpec> defaultFleet(DeviceSpec const& defaults);
+std::vector<DevicePlan> defaultFleet(DevicePlan const& defaults);
 
 /// Gives every device what its options left open: a name, a serial, a seed
 /// (`seed` plus the device's place) and consecutive addresses from `base`.
 /// The error text, or empty when every address is a loopback host address.
-std::string completeFleet(std::vector<DeviceSpec>& devices, uint32_t base, uint64_t seed);
+std::string completeFleet(std::vector<DevicePlan>& devices, uint32_t base, uint64_t seed);
 
 /// A delay given only as a share of answers holds them back kDefaultAnswerDelayMs.
 void applyDelayDefault(FaultSettings& faults, bool delayShareGiven);
 
-/// The device a complete spec describes.
-SimulatedDeviceConfig deviceConfig(DeviceSpec const& spec);
+/// The device a complete plan describes.
+SimulatedDeviceConfig deviceConfig(DevicePlan const& plan);
 
 }  // namespace sim
