@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "best_rates.h"
 #include "aes256_cbc.h"
 #include "cobs.h"
 #include "crc16.h"
@@ -25,7 +26,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kRounds = 5;
@@ -139,39 +140,9 @@ void keep(T const& value) {
     asm volatile("" : : "r,m"(value) : "memory");
 }
 
-double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-using Batch = std::function<void(size_t)>;
-
-// Operations per second of each batch. Each batch size is grown until one
-// batch takes about `seconds`; then the batches run in turn for a few rounds
-// and the best round of each counts: the machine is shared, the best round is
-// the one least disturbed, and taking turns lets a measurement and its
-// baseline see the same moments of the machine.
-std::vector<double> bestRates(std::vector<Batch> const& batches, double seconds) {
-    std::vector<size_t> counts;
-    for (Batch const& batch : batches) {
-        size_t count = 1;
-        double elapsed = 0;
-        for (;;) {
-            auto const start = Clock::now();
-            batch(count);
-            elapsed = secondsSince(start);
-            if (elapsed >= seconds / 8) break;
-            count *= 4;
-        }
-        counts.push_back(std::max<size_t>(1, static_cast<size_t>(static_cast<double>(count) * seconds / elapsed)));
-    }
-    std::vector<double> best(batches.size(), 0);
-    for (int round = 0; round < kRounds; ++round) {
-        for (size_t i = 0; i < batches.size(); ++i) {
-            auto const start = Clock::now();
-            batches[i](counts[i]);
-            best[i] = std::max(best[i], static_cast<double>(counts[i]) / secondsSince(start));
-        }
-    }
-    return best;
-}
+using bench::Batch;
+using bench::bestRates;
+using bench::secondsSince;
 
 struct Rates {
     double current = 0;
@@ -179,7 +150,7 @@ struct Rates {
 };
 
 Rates compare(Batch const& current, Batch const& old, double seconds) {
-    std::vector<double> const rates = bestRates({current, old}, seconds);
+    std::vector<double> const rates = bestRates({current, old}, seconds, kRounds);
     return {rates[0], rates[1]};
 }
 
@@ -188,7 +159,7 @@ double bestTime(std::function<void()> const& step, double seconds) {
     Batch const batch = [&](size_t count) {
         for (size_t i = 0; i < count; ++i) step();
     };
-    return 1 / bestRates({batch}, seconds)[0];
+    return 1 / bestRates({batch}, seconds, kRounds)[0];
 }
 
 [[noreturn]] void fail(char const* what) {

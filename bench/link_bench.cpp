@@ -30,6 +30,7 @@
 #include <thread>
 #include <vector>
 
+#include "best_rates.h"
 #include "device_server.h"
 #include "hub_relay.h"
 #include "simulated_device.h"
@@ -37,7 +38,7 @@
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
 using Bytes = std::vector<uint8_t>;
 
 // A monitor-data request on the wire (a COBS-coded header) and its answer.
@@ -51,39 +52,9 @@ constexpr uint32_t kLanAddressHostOrder = 0x7F000002;
 constexpr char const* kHubAddress = "127.0.0.1";
 constexpr auto kConnectTimeout = std::chrono::seconds(10);
 
-double secondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-using Batch = std::function<void(size_t)>;
-
-// Operations per second of each batch. Each batch size is grown until one
-// batch takes about `seconds`; then the batches run in turn for a few rounds
-// and the best round of each counts: the machine is shared, the best round is
-// the one least disturbed, and taking turns lets a measurement and its
-// baseline see the same moments of the machine.
-std::vector<double> bestRates(std::vector<Batch> const& batches, double seconds, int rounds) {
-    std::vector<size_t> counts;
-    for (Batch const& batch : batches) {
-        size_t count = 1;
-        double elapsed = 0;
-        for (;;) {
-            auto const start = Clock::now();
-            batch(count);
-            elapsed = secondsSince(start);
-            if (elapsed >= seconds / 8) break;
-            count *= 4;
-        }
-        counts.push_back(std::max<size_t>(1, static_cast<size_t>(static_cast<double>(count) * seconds / elapsed)));
-    }
-    std::vector<double> best(batches.size(), 0);
-    for (int round = 0; round < rounds; ++round) {
-        for (size_t i = 0; i < batches.size(); ++i) {
-            auto const start = Clock::now();
-            batches[i](counts[i]);
-            best[i] = std::max(best[i], static_cast<double>(counts[i]) / secondsSince(start));
-        }
-    }
-    return best;
-}
+using bench::Batch;
+using bench::bestRates;
+using bench::secondsSince;
 
 [[noreturn]] void fail(std::string const& what) {
     std::fprintf(stderr, "%s\n", what.c_str());
