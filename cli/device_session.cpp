@@ -2,12 +2,17 @@
 
 #include <arpa/inet.h>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
 
 #include <fmt/core.h>
 
 #include "auth_key.h"
+#include "bluetooth_address.h"
 #include "device_link.h"
+#include "hardware_revision.h"
+#include "interrupt.h"
 #include "response_code.h"
 #include "zelmor_impl.h"
 
@@ -19,6 +24,24 @@ using Code = Zelmor::ResponseCode;
 // reports the end on another thread just after. A time-out is taken for the
 // link's end when that report follows within this long.
 constexpr auto kLinkEndGrace = std::chrono::milliseconds(500);
+constexpr auto kInterruptPoll = std::chrono::milliseconds(100);
+constexpr size_t kLiveDataBacklog = 8;
+
+// Why the adapter could not be opened, and what the user can do about it.
+std::string bluetoothUnavailableText(int error) {
+    switch (error) {
+        case EAFNOSUPPORT:
+        case ENODEV:
+            return "No Bluetooth adapter found: this machine has no Bluetooth LE support, or the adapter is off or "
+                   "missing.";
+        case EPERM:
+        case EACCES:
+            return "No permission to use the Bluetooth adapter: run as a user with the capabilities cap_net_raw and "
+                   "cap_net_admin (see docs/bluetooth-le.md).";
+        default:
+            return fmt::format("Cannot open the Bluetooth adapter: {}.", std::strerror(error));
+    }
+}
 
 }  // namespace
 
@@ -46,6 +69,7 @@ void DeviceSession::close() {
     if (!device_) return;
     device_->setConnectedCallback({});
     device_->setDisconnectCallback({});
+    device_->setMonitorDataCallback({});
     device_->disconnect();
     device_.reset();
 }
@@ -53,12 +77,18 @@ void DeviceSession::close() {
 Zelmor& DeviceSession::device() { return *device_; }
 
 void DeviceSession::connect(TargetOptions const& target) {
-    if (target.lan.empty() == target.link.empty())
-        throw usageError("This command needs a device: --lan ADDRESS or --link URL");
+    int const targets = !target.lan.empty() + !target.link.empty() + !target.ble.empty();
+    if (targets != 1) throw usageError("This command needs a device: --lan ADDRESS, --link URL or --ble ADDRESS");
 
     Zelmor::WifiAccessKey key;
     in_addr address{};
-    if (!target.link.empty()) {
+    std::optional<uint64_t> bluetoothAddress;
+    if (!target.ble.empty()) {
+        bluetoothAddress = parseBluetoothAddress(target.ble);
+        if (!bluetoothAddress)
+            throw usageError(
+                fmt::format("--ble must be a Bluetooth address such as C2:5A:4C:00:00:01, not '{}'", target.ble));
+    } else if (!target.link.empty()) {
         DeviceLinkResult const link = parseDeviceLink(target.link);
         if (!link.identifier) throw usageError(link.error);
         key.keyId = link.identifier->channelId;
@@ -78,10 +108,21 @@ void DeviceSession::connect(TargetOptions const& target) {
         if (!watch->ended) watch->ended = reason;
         watch->changed.notify_all();
     });
-    if (target.link.empty())
+    device_->setMonitorDataCallback([watch = watch_](Zelmor::MonitorData const& data) {
+        std::lock_guard lock(watch->mutex);
+        // A reader that stopped taking them only ever wants the latest few.
+        if (watch->liveData.size() == kLiveDataBacklog) watch->liveData.pop_front();
+        watch->liveData.push_back(data);
+        watch->changed.notify_all();
+    });
+    if (bluetoothAddress) {
+        if (!device_->openBluetooth()) throw CommandError(bluetoothUnavailableText(errno), kExitLink);
+        device_->connectBle(*bluetoothAddress);
+    } else if (target.link.empty()) {
         device_->connectLan(address.s_addr);
-    else
+    } else {
         device_->connectHub(key);
+    }
 
     std::unique_lock lock(watch_->mutex);
     watch_->changed.wait(lock, [&] { return watch_->connected || watch_->ended.has_value(); });
@@ -100,6 +141,21 @@ void DeviceSession::check(Code code) {
             throw linkError(*watch_->ended);
     }
     throw CommandError(responseText(code), kExitFailure);
+}
+
+bool DeviceSession::pushesLiveData() const { return !isNetworkModel(info_.hardwareRevision); }
+
+std::optional<Zelmor::MonitorData> DeviceSession::nextLiveData() {
+    std::unique_lock lock(watch_->mutex);
+    // Ctrl-C only sets a flag, so the wait looks at it now and then.
+    while (!watch_->changed.wait_for(lock, kInterruptPoll,
+                                     [&] { return !watch_->liveData.empty() || watch_->ended.has_value(); })) {
+        if (interruptRequested()) return std::nullopt;
+    }
+    if (watch_->liveData.empty()) throw linkError(*watch_->ended);
+    Zelmor::MonitorData const data = watch_->liveData.front();
+    watch_->liveData.pop_front();
+    return data;
 }
 
 CommandError DeviceSession::linkError(Zelmor::DisconnectReason reason) {

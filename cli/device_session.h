@@ -1,6 +1,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -73,6 +74,12 @@ public:
     /// with the end of the link is reported as the link's end.
     void check(Zelmor::ResponseCode code);
 
+    /// Bluetooth LE models push their live readings instead of being polled.
+    bool pushesLiveData() const;
+    /// Waits for the next pushed reading; nothing after Ctrl-C. Throws when the
+    /// link ends first.
+    std::optional<Zelmor::MonitorData> nextLiveData();
+
 private:
     /// The link's state as its callbacks report it; shared with them, so a
     /// late callback never touches a session that is gone.
@@ -81,6 +88,7 @@ private:
         std::condition_variable changed;
         bool connected = false;
         std::optional<Zelmor::DisconnectReason> ended;
+        std::deque<Zelmor::MonitorData> liveData;  // pushed and not yet taken, newest last
     };
 
     static CommandError linkError(Zelmor::DisconnectReason reason);

@@ -64,13 +64,21 @@ void monitor(CommandContext& context, MonitorOptions const& options) {
     catchInterrupts();
     auto next = std::chrono::steady_clock::now();
     for (unsigned n = 0; options.count == 0 || n < options.count; ++n) {
-        if (n > 0) {
-            next += std::chrono::milliseconds(options.interval);
-            auto const wait =
-                std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
-            if (!sleepUnlessInterrupted(std::max(wait, std::chrono::milliseconds(0)))) return;
+        Zelmor::MonitorData data;
+        if (session.pushesLiveData()) {
+            // The device sets the pace: one reading a second.
+            std::optional<Zelmor::MonitorData> const pushed = session.nextLiveData();
+            if (!pushed) return;
+            data = *pushed;
+        } else {
+            if (n > 0) {
+                next += std::chrono::milliseconds(options.interval);
+                auto const wait =
+                    std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+                if (!sleepUnlessInterrupted(std::max(wait, std::chrono::milliseconds(0)))) return;
+            }
+            data = session.get(&Zelmor::requestGetMonitorData);
         }
-        auto const data = session.get(&Zelmor::requestGetMonitorData);
         if (context.output.json())
             context.output.emit(monitorJson(data));
         else
@@ -117,7 +125,9 @@ void addInfoCommands(CLI::App& app, CommandContext& context) {
                                           [&context, monitorOptions] { monitor(context, *monitorOptions); });
     monitorCommand->add_option("--count", monitorOptions->count, "Readings to take; 0: until Ctrl-C")
         ->capture_default_str();
-    monitorCommand->add_option("--interval", monitorOptions->interval, "Milliseconds from one reading to the next")
+    monitorCommand
+        ->add_option("--interval", monitorOptions->interval,
+                     "Milliseconds from one reading to the next (polled models; Bluetooth LE models push one a second)")
         ->capture_default_str()
         ->check(CLI::Range(100u, 86400000u));
 

@@ -24,8 +24,13 @@ int main(int argc, char** argv) {
     CLI::Option* lan =
         app.add_option("--lan", context.target.lan, "Reach a LAN or WiFi device at this IPv4 address (port 7208)")
             ->group(group);
-    app.add_option("--link", context.target.link, "Reach a paired device through the hub, by its device link")
-        ->excludes(lan)
+    CLI::Option* link =
+        app.add_option("--link", context.target.link, "Reach a paired device through the hub, by its device link")
+            ->excludes(lan)
+            ->group(group);
+    app.add_option("--ble", context.target.ble,
+                   "Reach a Bluetooth LE device at this address, e.g. C2:5A:4C:00:00:01 (needs an adapter)")
+        ->excludes(lan, link)
         ->group(group);
     app.add_option("--hub", context.target.hub,
                    fmt::format("Hub host for --link (default: ${} or {})", kHubHostVariable, kDefaultHubHost))

@@ -9,7 +9,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <optional>
+
+#include "zelmor_gatt.h"
 
 namespace {
 
@@ -33,19 +37,53 @@ bool setOption(int fd, int level, int name) {
     return ::setsockopt(fd, level, name, &one, sizeof one) == 0;
 }
 
+BleUUID const kServiceUuid = *BleUUID::parse(kZelmorServiceUuid);
+BleUUID const kLiveDataUuid = *BleUUID::parse(kZelmorLiveDataUuid);
+BleUUID const kCommandUuid = *BleUUID::parse(kZelmorCommandUuid);
+
+/* The GATT client numbers a lost link 1 and a link that never came up 2, the
+   device interface the reverse; values it does not define are not reported. */
+std::optional<Zelmor::DisconnectReason> deviceReason(BluetoothLE::DisconnectReason reason) {
+    using Ble = BluetoothLE::DisconnectReason;
+    using Device = Zelmor::DisconnectReason;
+    switch (reason) {
+        case Ble::ClosedLocally:
+            return Device::ClosedLocally;
+        case Ble::LinkLost:
+            return Device::ConnectionLost;
+        case Ble::NeverConnected:
+            return Device::ConnectFailed;
+        case Ble::ErrorResponse:
+            return Device::DeviceProtocolError;
+        case Ble::ProtocolViolation:
+            return Device::UnexpectedProtocolData;
+        case Ble::WriteFailed:
+            return Device::WriteFailed;
+        case Ble::Reserved:
+            return Device::Reserved;
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
-ZelmorImpl::ZelmorImpl(std::string hubHost) : hubHost_(std::move(hubHost)) {}
+ZelmorImpl::ZelmorImpl(std::string hubHost, BluetoothHost& bluetoothHost)
+    : hubHost_(std::move(hubHost)), ble_(bluetoothHost) {
+    ble_.setConnectedCallback([this] { bleConnected(); });
+    ble_.setDisconnectedCallback([this](BluetoothLE::DisconnectReason reason) { bleDisconnected(reason); });
+}
 
 ZelmorImpl::~ZelmorImpl() {
     reason_.store(DisconnectReason::ClosedLocally);
     running_.store(false);
     joinConnectionThread();
+    // A Bluetooth LE link ends here, while everything its handlers use exists.
+    ble_.disconnect();
     stopThread();
     joinThread();
 }
 
-bool ZelmorImpl::openBluetooth() { return false; }
+bool ZelmorImpl::openBluetooth() { return ble_.openAdapter(); }
 
 void ZelmorImpl::connectHub(WifiAccessKey const& accessKey) {
     addrinfo hints{};
@@ -78,13 +116,20 @@ void ZelmorImpl::connectLan(unsigned int ip) {
     connectWifi(ip, kDevicePort, WifiAccessKey{});
 }
 
-void ZelmorImpl::connectBle(unsigned long) {
+void ZelmorImpl::connectBle(unsigned long address) {
     {
         std::lock_guard lock(socketMutex_);
         socket_ = -1;
     }
     hub_.store(false);
-    notifyDisconnected(DisconnectReason::ConnectFailed);
+    commandCharacteristic_.store(nullptr);
+    liveDataCharacteristic_.store(nullptr);
+    liveData_.reset();
+    try {
+        ble_.connect(address, false);
+    } catch (BluetoothLE::Exception const&) {
+        // A Bluetooth LE link is already up or on its way: it stays as it is.
+    }
 }
 
 void ZelmorImpl::connectWifi(unsigned int ip, unsigned short port, WifiAccessKey const& accessKey) {
@@ -106,7 +151,10 @@ void ZelmorImpl::disconnect() {
         std::lock_guard lock(socketMutex_);
         tcp = socket_ != -1;
     }
-    if (!tcp && !running_.load()) return;
+    if (!tcp && !running_.load()) {
+        if (ble_.state() == BluetoothLE::State::Connected) ble_.disconnect();
+        return;
+    }
     reason_.store(DisconnectReason::ClosedLocally);
     running_.store(false);
     joinConnectionThread();
@@ -121,25 +169,30 @@ void ZelmorImpl::joinConnectionThread() {
 }
 
 void ZelmorImpl::sendData(uint8_t const* data, unsigned long length) {
-    ssize_t written;
+    bool tcp;
+    ssize_t written = 0;
     {
         std::lock_guard lock(socketMutex_);
-        if (socket_ == -1) return;
-        written = ::send(socket_, data, length, MSG_NOSIGNAL);
+        tcp = socket_ != -1;
+        if (tcp) written = ::send(socket_, data, length, MSG_NOSIGNAL);
+    }
+    // No TCP socket: the link, if any, is Bluetooth LE.
+    if (!tcp) {
+        sendBle(data, length);
+        return;
     }
     if (written == static_cast<ssize_t>(length)) return;
     // The frame is not retried: the link is ended instead, as by the user.
     reason_.store(DisconnectReason::ClosedLocally);
     // On the TCP thread itself (the hub hello) the loop sees the cleared flag.
-    if (running_.exchange(false) && connectionThreadId_.load() != std::this_thread::get_id())
-        joinConnectionThread();
+    if (running_.exchange(false) && connectionThreadId_.load() != std::this_thread::get_id()) joinConnectionThread();
 }
 
 void ZelmorImpl::advanceReason(DisconnectReason from, DisconnectReason to) {
     reason_.compare_exchange_strong(from, to);
 }
 
-int16_t ZelmorImpl::getRssi() { return -32768; }
+int16_t ZelmorImpl::getRssi() { return ble_.getRssi(); }
 
 void ZelmorImpl::tcpThread(unsigned int ip, unsigned short port, WifiAccessKey accessKey) {
     connectionThreadId_.store(std::this_thread::get_id());
@@ -207,4 +260,84 @@ void ZelmorImpl::runLink(int fd, WifiAccessKey const& accessKey) {
         }
     }
     running_.store(false);
+}
+
+void ZelmorImpl::sendBle(uint8_t const* data, unsigned long length) {
+    if (ble_.state() != BluetoothLE::State::Connected || length == 0) return;
+    BluetoothLE::Characteristic* const command = commandCharacteristic_.load();
+    if (command == nullptr) return;
+    size_t const piece = ble_.mtu() - 3u;
+    try {
+        for (unsigned long offset = 0; offset < length; offset += piece)
+            command->writeWithoutResponse(data + offset, std::min<size_t>(piece, length - offset));
+    } catch (BluetoothLE::Exception const&) {
+        // The link went down between the pieces; its end is reported as usual.
+    }
+}
+
+void ZelmorImpl::bleConnected() {
+    try {
+        ble_.exchangeMtu(kBluetoothMtu, [] {});
+        ble_.discoverServices([this] { bleServicesDiscovered(); });
+    } catch (BluetoothLE::Exception const&) {
+        // Only when the link dropped at this moment; its end is reported as usual.
+    }
+}
+
+void ZelmorImpl::bleServicesDiscovered() {
+    BluetoothLE::Characteristic* command = nullptr;
+    BluetoothLE::Characteristic* liveData = nullptr;
+    for (BluetoothLE::Service& service : ble_.services()) {
+        if (!(service.uuid == kServiceUuid)) continue;
+        for (BluetoothLE::Characteristic& characteristic : service.characteristics) {
+            /* The device service holds exactly the two characteristics; anything
+               else is not a device this program can talk to. */
+            if (characteristic.uuid == kLiveDataUuid) {
+                liveData = &characteristic;
+            } else if (characteristic.uuid == kCommandUuid) {
+                command = &characteristic;
+            } else {
+                ble_.disconnect();
+                return;
+            }
+        }
+    }
+    if (command == nullptr || liveData == nullptr) {
+        ble_.disconnect();
+        return;
+    }
+    command->handler = [this](uint8_t const* data, size_t length) { receiveBytes(data, length); };
+    liveData->handler = [this](uint8_t const* data, size_t length) { bleLiveData(data, length); };
+    commandCharacteristic_.store(command);
+    liveDataCharacteristic_.store(liveData);
+    try {
+        command->setNotify(true, false, [] {});
+        liveData->setNotify(true, false, [] {});
+    } catch (BluetoothLE::Exception const&) {
+        // A characteristic that cannot notify: the device cannot answer.
+        ble_.disconnect();
+        return;
+    }
+    startThread();
+    setRemoteLink(false);
+    // Runs before the device confirmed the two notification enables; requests
+    // written meanwhile are answered once they are on, as the device orders them.
+    notifyConnected();
+}
+
+void ZelmorImpl::bleDisconnected(BluetoothLE::DisconnectReason reason) {
+    stopThread();
+    if (std::optional<DisconnectReason> const mapped = deviceReason(reason)) notifyDisconnected(*mapped);
+}
+
+void ZelmorImpl::bleLiveData(uint8_t const* data, size_t length) {
+    if (!hasMonitorDataCallback()) return;
+    liveData_.feed(data, length, [this](MonitorData& record) {
+        try {
+            record.rssi = getRssi();
+        } catch (BluetoothLE::Exception const&) {
+            // The adapter could not tell: the record says "not available".
+        }
+        notifyMonitorData(record);
+    });
 }

@@ -5,43 +5,57 @@
 #include <string>
 #include <thread>
 
+#include "bluetooth_le.h"
 #include "hub_host.h"
+#include "live_data_decoder.h"
 #include "zelmor_request.h"
 
 /// The device connection: the request engine over a real link. A LAN device is
 /// reached by TCP on port 7208 with plain frames; a paired device through the
 /// hub relay on port 7209, opened with a 17-byte hello and then encrypted with
-/// the device's access key.
+/// the device's access key; a Bluetooth LE model through its GATT service,
+/// requests written to the command characteristic and answers taken from its
+/// notifications, while the live-data characteristic pushes readings.
 ///
-/// One TCP thread per link does all reading and reports the link's life: it
-/// starts the engine's worker, calls the connected callback, and when the link
-/// ends, stops the engine (pending requests fail) before it calls the
-/// disconnect callback, exactly once per link.
+/// One thread per link does all reading and reports the link's life (the TCP
+/// thread, or the GATT client's connection thread): it starts the engine's
+/// worker, calls the connected callback, and when the link ends, stops the
+/// engine (pending requests fail) before it calls the disconnect callback,
+/// exactly once per link.
 class ZelmorImpl : public ZelmorRequest {
 public:
     static constexpr unsigned short kDevicePort = 7208;
     static constexpr size_t kReadBufferSize = 4096;
     static constexpr int kEpollWaitMs = 50;
+    /// Asked for before discovery so that most frames fit in one write.
+    static constexpr unsigned kBluetoothMtu = 247;
 
-    explicit ZelmorImpl(std::string hubHost = hubHostSetting());
+    /// `bluetoothHost`: the Bluetooth stack the GATT client runs on.
+    explicit ZelmorImpl(std::string hubHost = hubHostSetting(), BluetoothHost& bluetoothHost = kernelBluetoothHost());
     /// Stops the link without waiting for answers.
     ~ZelmorImpl() override;
 
-    /// Bluetooth LE links are not part of this build: there is no adapter to open.
+    /// Opens the default Bluetooth adapter unless it is open; true when open.
     bool openBluetooth() override;
     /// Resolves the hub host; a name with no IPv4 address is reported at once,
     /// on this thread, as ConnectFailed.
     void connectHub(WifiAccessKey const& accessKey) override;
     /// ip in network byte order.
     void connectLan(unsigned int ip) override;
-    /// Reported at once as ConnectFailed: this build has no Bluetooth LE link.
+    /// Connects to a Bluetooth LE model, always as an LE random address; the
+    /// first text field of the address is its most significant byte.
     void connectBle(unsigned long address) override;
     /// Ends a TCP link (reason ClosedLocally) and waits for its thread, at most
-    /// one 50 ms wait. Never call it from the disconnect callback.
+    /// one 50 ms wait; ends a connected Bluetooth LE link. Nothing while a
+    /// Bluetooth LE link is still connecting. Never call it from the disconnect
+    /// callback.
     void disconnect() override;
-    /// One write of the whole frame; a short write ends the link (ClosedLocally).
+    /// TCP: one write of the whole frame; a short write ends the link
+    /// (ClosedLocally). Bluetooth LE: write commands of MTU - 3 bytes each, only
+    /// while connected.
     void sendData(uint8_t const* data, unsigned long length) override;
-    /// No radio link, so no signal strength: always -32768.
+    /// Signal strength of the Bluetooth LE link; throws BluetoothLE::Exception
+    /// unless it is connected or when the adapter query fails.
     int16_t getRssi() override;
 
     /// The common starter of both TCP links: ip in network byte order, port in
@@ -59,6 +73,13 @@ private:
     /// Joins the TCP thread unless it is the calling one.
     void joinConnectionThread();
 
+    // The Bluetooth LE link's handlers, on the GATT client's connection thread.
+    void bleConnected();
+    void bleServicesDiscovered();
+    void bleDisconnected(BluetoothLE::DisconnectReason reason);
+    void bleLiveData(uint8_t const* data, size_t length);
+    void sendBle(uint8_t const* data, unsigned long length);
+
     std::string const hubHost_;
     std::mutex threadMutex_;  // guards connectionThread_ against two joiners
     std::thread connectionThread_;
@@ -72,4 +93,12 @@ private:
     // thread never writes to a descriptor number the system has reused.
     std::mutex socketMutex_;
     int socket_ = -1;
+
+    // The two characteristics of the device service, found by discovery; they
+    // point into the GATT client's service list.
+    std::atomic<BluetoothLE::Characteristic*> commandCharacteristic_{nullptr};
+    std::atomic<BluetoothLE::Characteristic*> liveDataCharacteristic_{nullptr};
+    LiveDataDecoder liveData_;  // connection thread only
+    // Last, so that its thread ends before the members it calls into go away.
+    BluetoothLE ble_;
 };

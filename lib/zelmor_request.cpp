@@ -18,13 +18,12 @@ constexpr auto kQueuePoll = std::chrono::milliseconds(50);
 
 // The longest COBS body the receive path accepts: an encrypted frame with the
 // largest payload the length field can describe.
-constexpr size_t kMaxEncodedBody = encryptedFrameSize(kMaxFramePayload) + encryptedFrameSize(kMaxFramePayload) / 254 + 1;
+constexpr size_t kMaxEncodedBody =
+    encryptedFrameSize(kMaxFramePayload) + encryptedFrameSize(kMaxFramePayload) / 254 + 1;
 
 }  // namespace
 
-ZelmorRequest::ZelmorRequest() : decoder_(kMaxEncodedBody) {
-    authCipher_.init(kSharedAuthenticationKey);
-}
+ZelmorRequest::ZelmorRequest() : decoder_(kMaxEncodedBody) { authCipher_.init(kSharedAuthenticationKey); }
 
 ZelmorRequest::~ZelmorRequest() {
     stopThread();
@@ -85,6 +84,11 @@ void ZelmorRequest::notifyMonitorData(MonitorData const& data) {
         callback = monitorDataCallback_;
     }
     if (callback) callback(data);
+}
+
+bool ZelmorRequest::hasMonitorDataCallback() const {
+    std::lock_guard lock(callbackMutex_);
+    return static_cast<bool>(monitorDataCallback_);
 }
 
 void ZelmorRequest::enqueue(uint16_t command, std::vector<uint8_t> payload, uint32_t timeoutMs,
@@ -281,5 +285,6 @@ void ZelmorRequest::startLinkEncryption(WifiAccessKey const& accessKey) {
 
     encryptionOn_ = true;
     // Throwaway frames push the garbled first blocks through before any real command.
-    for (int i = 0; i < 3; ++i) enqueue(command::kThrowaway, {}, kThrowawayTimeoutMs, [](ResponseCode, uint8_t const*, size_t) {});
+    for (int i = 0; i < 3; ++i)
+        enqueue(command::kThrowaway, {}, kThrowawayTimeoutMs, [](ResponseCode, uint8_t const*, size_t) {});
 }

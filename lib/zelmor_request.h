@@ -118,6 +118,7 @@ protected:
     void notifyConnected();
     void notifyDisconnected(DisconnectReason reason);
     void notifyMonitorData(MonitorData const& data);
+    bool hasMonitorDataCallback() const;
 
     /// The file list paging of requestGetFileList.
     void requestGetFileListInternal(bool firstPage, RecordCallback<std::vector<LogFileDescriptor>> callback,

@@ -52,6 +52,13 @@ public:
     virtual bool startWifiScan() = 0;
     /// Stops the LAN listener and waits for its thread; safe when not started.
     virtual void stopWifiScan() = 0;
+    /// Starts the Bluetooth LE source: scanning through the system's Bluetooth
+    /// daemon for the devices' service, each advertisement that carries the
+    /// devices' manufacturer data becoming a sighting. False when there is no
+    /// usable adapter or the daemon refuses (lastError() tells why).
+    virtual bool initBle() = 0;
+    /// Stops Bluetooth LE scanning and waits for its thread; safe when not started.
+    virtual void stopBle() = 0;
     /// An empty callback drops sightings. May be replaced while scanning.
     virtual void setAdvertisementCallback(AdvertisementCallback callback) = 0;
     /// The system's message for the last failure to start a source.

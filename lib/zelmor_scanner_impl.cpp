@@ -7,14 +7,45 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <optional>
 
 #include <fmt/core.h>
 
+#include "ble_manufacturer_data.h"
+#include "zelmor_gatt.h"
+
+namespace {
+
+/// The sighting an advertisement stands for, or nothing when it is not one of
+/// the devices'.
+std::optional<ZelmorScanner::Advertisement> sightingOf(BluetoothLEScanner::Advertisement const& ble) {
+    auto const entry = std::find_if(ble.manufacturerData.begin(), ble.manufacturerData.end(),
+                                    [](auto const& data) { return data.first == kZelmorCompanyId; });
+    ZelmorScanner::Advertisement sighting;
+    if (entry == ble.manufacturerData.end() ||
+        !decodeManufacturerData(entry->second.data(), entry->second.size(), sighting))
+        return std::nullopt;
+    sighting.source = ZelmorScanner::Advertisement::Source::Bluetooth;
+    sighting.name = ble.name;
+    sighting.rssi = ble.rssi;
+    for (size_t i = 0; i < ble.address.size(); ++i)
+        sighting.bluetoothAddress |= static_cast<uint64_t>(ble.address[i]) << (8 * i);
+    sighting.randomAddress = ble.randomAddress;
+    sighting.serial = sighting.bluetoothAddress;
+    return sighting;
+}
+
+}  // namespace
+
 ZelmorScannerImpl::ZelmorScannerImpl(uint16_t port) : port_(port) {}
 
-ZelmorScannerImpl::~ZelmorScannerImpl() { stopWifiScan(); }
+ZelmorScannerImpl::~ZelmorScannerImpl() {
+    stopBle();
+    stopWifiScan();
+}
 
 bool ZelmorScannerImpl::startWifiScan() {
     if (lanThread_.joinable()) return true;
@@ -42,6 +73,31 @@ bool ZelmorScannerImpl::startWifiScan() {
 void ZelmorScannerImpl::stopWifiScan() {
     running_.store(false);
     if (lanThread_.joinable()) lanThread_.join();
+}
+
+bool ZelmorScannerImpl::initBle() {
+    stopBle();
+    auto scanner = std::make_unique<BluetoothLEScanner>();
+    if (!scanner->init() || !scanner->setParameters(true) ||
+        !scanner->setUuidFilters({*BleUUID::parse(kZelmorServiceUuid)})) {
+        setError(scanner->lastError());
+        return false;
+    }
+    scanner->setAdvertisementCallback([this](BluetoothLEScanner::Advertisement& ble) {
+        if (std::optional<Advertisement> const sighting = sightingOf(ble)) deliver(*sighting);
+    });
+    if (!scanner->start()) {
+        setError(scanner->lastError());
+        return false;
+    }
+    ble_ = std::move(scanner);
+    return true;
+}
+
+void ZelmorScannerImpl::stopBle() {
+    if (!ble_) return;
+    ble_->stop();
+    ble_.reset();
 }
 
 void ZelmorScannerImpl::setAdvertisementCallback(AdvertisementCallback callback) {

@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "bluetooth_le_scanner.h"
 #include "lan_announcement.h"
 #include "zelmor_scanner.h"
 
@@ -13,6 +15,12 @@
 /// (all local addresses) that turns every valid announcement into a sighting
 /// with the sender's address, so that the device can be reached with
 /// connectLan. It only listens: nothing is sent to ask devices to announce.
+///
+/// Bluetooth LE source: BlueZ discovery filtered on the devices' service UUID.
+/// An advertisement is a sighting when its manufacturer data holds an entry
+/// under kZelmorCompanyId that decodes (ble_manufacturer_data.h). The
+/// Bluetooth LE models have no serial number of their own on the air, so a
+/// sighting's serial is its 48-bit Bluetooth address.
 class ZelmorScannerImpl : public ZelmorScanner {
 public:
     static constexpr int kEpollWaitMs = 50;
@@ -26,6 +34,10 @@ public:
     /// reported here, then starts the listening thread. True when listening.
     bool startWifiScan() override;
     void stopWifiScan() override;
+    /// Initialises the scanner, sets the filters and starts discovery: the
+    /// source is running when this returns true.
+    bool initBle() override;
+    void stopBle() override;
     void setAdvertisementCallback(AdvertisementCallback callback) override;
     std::string lastError() const override;
 
@@ -37,6 +49,7 @@ private:
     uint16_t const port_;
     std::thread lanThread_;
     std::atomic<bool> running_{false};
+    std::unique_ptr<BluetoothLEScanner> ble_;
 
     mutable std::mutex mutex_;  // guards callback_ and error_
     AdvertisementCallback callback_;

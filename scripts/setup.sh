@@ -9,6 +9,7 @@ packages=(
   libssl-dev zlib1g-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
+  libbluetooth-dev libdbus-1-dev dbus python3-dbusmock
 )
 
 missing=()

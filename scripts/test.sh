@@ -20,9 +20,9 @@ CC=clang CXX=clang++ cmake -S . -B build/asan -DZELMOR_WERROR=ON -DZELMOR_SANITI
   -DZELMOR_LIBFUZZER=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/asan -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
-  ctest --test-dir build/asan -j"$jobs" -L 'unit|fuzz|network'
+  ctest --test-dir build/asan -j"$jobs" -L 'unit|fuzz|network|bluez'
 
 echo "== ThreadSanitizer"
 cmake -S . -B build/tsan -DZELMOR_WERROR=ON -DZELMOR_SANITIZE=thread -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build/tsan -j"$jobs"
-TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir build/tsan -j"$jobs" -L 'unit|network'
+TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --test-dir build/tsan -j"$jobs" -L 'unit|network|bluez'
