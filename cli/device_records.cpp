@@ -6,6 +6,8 @@
 #include <fmt/chrono.h>
 #include <fmt/core.h>
 
+#include "bluetooth_address.h"
+
 #include "hardware_revision.h"
 #include "power_status.h"
 
@@ -182,6 +184,16 @@ std::vector<std::string> fuelgaugeText(Zelmor::FuelgaugeStatistics const& s) {
             fmt::format("Full discharge cycles:  {}", s.fullDischargeCycles)};
 }
 
+namespace {
+
+// The address a Bluetooth LE sighting can be reached at; null for LAN sightings.
+Json bluetoothJson(ZelmorScanner::Advertisement const& a) {
+    if (a.source != ZelmorScanner::Advertisement::Source::Bluetooth) return nullptr;
+    return formatBluetoothAddress(a.bluetoothAddress);
+}
+
+}  // namespace
+
 Json advertisementJson(ZelmorScanner::Advertisement const& a) {
     return Json{{"serial", serialText(a.serial)},
                 {"name", a.name},
@@ -189,6 +201,7 @@ Json advertisementJson(ZelmorScanner::Advertisement const& a) {
                 {"hardware_revision", a.hardwareRevision},
                 {"firmware", firmwareText(a.firmwareVersion)},
                 {"ip", ipJson(a.ipAddress)},
+                {"bluetooth_address", bluetoothJson(a)},
                 {"time", a.time},
                 {"voltage1", rounded(a.voltage1, 3)},
                 {"voltage2", rounded(a.voltage2, 3)},
@@ -205,8 +218,10 @@ Json advertisementJson(ZelmorScanner::Advertisement const& a) {
 }
 
 std::string advertisementText(ZelmorScanner::Advertisement const& a) {
-    return fmt::format("{}  {:<15}  {:<9} {}  fw {}  \"{}\"  {}  {}  SoC {}", serialText(a.serial),
-                       a.ipAddress ? ipText(a.ipAddress) : "-", modelName(a.hardwareRevision),
-                       revisionText(a.hardwareRevision), firmwareText(a.firmwareVersion), a.name,
-                       measured(a.voltage1, 3, "V"), measured(a.current, 3, "A"), socText(a.stateOfCharge));
+    std::string const where = a.source == ZelmorScanner::Advertisement::Source::Bluetooth
+                                  ? formatBluetoothAddress(a.bluetoothAddress)
+                                  : (a.ipAddress ? ipText(a.ipAddress) : "-");
+    return fmt::format("{}  {:<17}  {:<9} {}  fw {}  \"{}\"  {}  {}  SoC {}", serialText(a.serial), where,
+                       modelName(a.hardwareRevision), revisionText(a.hardwareRevision), firmwareText(a.firmwareVersion),
+                       a.name, measured(a.voltage1, 3, "V"), measured(a.current, 3, "A"), socText(a.stateOfCharge));
 }

@@ -18,6 +18,7 @@ namespace {
 
 struct ScanOptions {
     unsigned seconds = 3;
+    bool bluetooth = false;
 };
 
 struct MonitorOptions {
@@ -34,10 +35,15 @@ void scan(CommandContext& context, ScanOptions const& options) {
         seen[advertisement.serial] = advertisement;
     });
     if (!scanner.startWifiScan()) throw CommandError(scanner.lastError(), kExitFailure);
+    if (options.bluetooth && !scanner.initBle()) {
+        scanner.stopWifiScan();
+        throw CommandError(fmt::format("Bluetooth LE scan failed: {}", scanner.lastError()), kExitFailure);
+    }
     catchInterrupts();
     sleepUnlessInterrupted(std::chrono::seconds(options.seconds));
     scanner.setAdvertisementCallback({});
     scanner.stopWifiScan();
+    scanner.stopBle();
 
     for (auto const& entry : seen) {
         if (context.output.json())
@@ -111,11 +117,14 @@ void fuelgauge(CommandContext& context) {
 
 void addInfoCommands(CLI::App& app, CommandContext& context) {
     auto scanOptions = std::make_shared<ScanOptions>();
-    addCommand(app, "scan", "List the LAN and WiFi devices announcing themselves on this network", context,
-               [&context, scanOptions] { scan(context, *scanOptions); })
-        ->add_option("--seconds", scanOptions->seconds, "How long to listen for announcements")
+    CLI::App* scanCommand =
+        addCommand(app, "scan", "List the LAN and WiFi devices announcing themselves on this network", context,
+                   [&context, scanOptions] { scan(context, *scanOptions); });
+    scanCommand->add_option("--seconds", scanOptions->seconds, "How long to listen for announcements")
         ->capture_default_str()
         ->check(CLI::Range(1u, 3600u));
+    scanCommand->add_flag("--bluetooth", scanOptions->bluetooth,
+                          "Also list the Bluetooth LE devices advertising nearby (needs BlueZ and an adapter)");
 
     addCommand(app, "info", "Show the device's name, model, serial, firmware, address and lock", context,
                [&context] { info(context); });
