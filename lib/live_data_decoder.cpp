@@ -1,9 +1,8 @@
 #include "live_data_decoder.h"
 
-#include <limits>
-
 #include "byte_io.h"
 #include "hardware_revision.h"
+#include "records.h"
 
 std::optional<Zelmor::MonitorData> decodeLiveDataFrame(uint8_t const* frame, size_t length) {
     if (length < 3) return std::nullopt;
@@ -16,19 +15,7 @@ std::optional<Zelmor::MonitorData> decodeLiveDataFrame(uint8_t const* frame, siz
     Zelmor::MonitorData m;
     m.firmwareVersion = r.read<uint16_t>();
     m.hardwareRevision = r.read<uint8_t>();
-    m.time = r.read<uint32_t>();
-    m.status = r.read<uint32_t>();
-    m.voltage1 = r.read<float>();
-    m.voltage2 = full ? r.read<float>() : std::numeric_limits<float>::quiet_NaN();
-    m.current = r.read<float>();
-    m.power = r.read<float>();
-    // The meters precede the temperature on the wire, unlike in the record.
-    m.coulombMeter = r.read<int64_t>();
-    m.energyMeter = r.read<int64_t>();
-    m.temperature = r.read<float>();
-    m.powerStatus = r.read<uint8_t>();
-    m.stateOfCharge = r.read<uint8_t>();
-    m.runtime = r.read<uint16_t>();
+    readMonitorReadings(r, m, full);
     return m;
 }
 

@@ -1,6 +1,7 @@
 #include "records.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "byte_io.h"
@@ -95,6 +96,22 @@ ResponseCode decodeDeviceInfo(uint8_t const* data, size_t length, Zelmor::Device
     return ResponseCode::Success;
 }
 
+void readMonitorReadings(ByteReader& r, Zelmor::MonitorData& m, bool secondVoltage) {
+    m.time = r.read<uint32_t>();
+    m.status = r.read<uint32_t>();
+    m.voltage1 = r.read<float>();
+    m.voltage2 = secondVoltage ? r.read<float>() : std::numeric_limits<float>::quiet_NaN();
+    m.current = r.read<float>();
+    m.power = r.read<float>();
+    // The meters precede the temperature on the wire, unlike in the record.
+    m.coulombMeter = r.read<int64_t>();
+    m.energyMeter = r.read<int64_t>();
+    m.temperature = r.read<float>();
+    m.powerStatus = r.read<uint8_t>();
+    m.stateOfCharge = r.read<uint8_t>();
+    m.runtime = r.read<uint16_t>();
+}
+
 ResponseCode decodeMonitorData(uint8_t const* data, size_t length, Zelmor::MonitorData& out) {
     out = {};
     if (length <= 2) return ResponseCode::RequestFailed;
@@ -109,18 +126,7 @@ ResponseCode decodeMonitorData(uint8_t const* data, size_t length, Zelmor::Monit
     Zelmor::MonitorData m;
     m.firmwareVersion = r.read<uint16_t>();
     m.hardwareRevision = r.read<uint8_t>();
-    m.time = r.read<uint32_t>();
-    m.status = r.read<uint32_t>();
-    m.voltage1 = r.read<float>();
-    m.voltage2 = r.read<float>();
-    m.current = r.read<float>();
-    m.power = r.read<float>();
-    m.coulombMeter = r.read<int64_t>();
-    m.energyMeter = r.read<int64_t>();
-    m.temperature = r.read<float>();
-    m.powerStatus = r.read<uint8_t>();
-    m.stateOfCharge = r.read<uint8_t>();
-    m.runtime = r.read<uint16_t>();
+    readMonitorReadings(r, m, true);
     if (wifi) m.rssi = r.read<int16_t>();
     out = m;
     return ResponseCode::Success;

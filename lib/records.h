@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "byte_io.h"
 #include "zelmor.h"
 
 // Decoders and encoders of the wire records carried as answer and request
@@ -17,6 +18,10 @@ using ResponseCode = Zelmor::ResponseCode;
 ResponseCode decodeDeviceInfo(uint8_t const* data, size_t length, Zelmor::DeviceInfo& out);
 /// 0x04: 51 bytes (LAN family) or 53 bytes (WiFi family); else RequestFailed.
 ResponseCode decodeMonitorData(uint8_t const* data, size_t length, Zelmor::MonitorData& out);
+/// The readings after firmware version and revision, in wire order, as the
+/// polled record (0x04) and the pushed live-data frame share them; without
+/// the second voltage it is NaN. `r` must hold enough bytes.
+void readMonitorReadings(ByteReader& r, Zelmor::MonitorData& m, bool secondVoltage);
 /// 0x02: exactly 39 bytes, the first 3 skipped; else RequestFailed.
 ResponseCode decodeMonitorStatistics(uint8_t const* data, size_t length, Zelmor::MonitorStatistics& out);
 /// 0x03: exactly 75 bytes, the first 3 skipped; else RequestFailed.
