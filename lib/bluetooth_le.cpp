@@ -10,13 +10,13 @@
 #include <chrono>
 #include <iterator>
 
+#include "att_protocol.h"
 #include "byte_io.h"
+
+using namespace att;
 
 namespace {
 
-// Requests and device-initiated PDUs are told apart by the low six bits; the
-// upper two are the command and signature flags.
-constexpr uint8_t kOpcodeMask = 0x3F;
 constexpr size_t kErrorResponseLength = 5;
 constexpr size_t kAddressFields = 6;
 

@@ -160,27 +160,6 @@ private:
         Done onComplete;                                     // the whole exchange is done
     };
 
-    // The Attribute Protocol opcodes this client sends or takes.
-    enum Opcode : uint8_t {
-        kErrorResponse = 0x01,
-        kExchangeMtuRequest = 0x02,
-        kExchangeMtuResponse = 0x03,
-        kReadByTypeRequest = 0x08,
-        kReadByTypeResponse = 0x09,
-        kReadRequest = 0x0A,
-        kReadBlobRequest = 0x0C,
-        kReadByGroupTypeRequest = 0x10,
-        kReadByGroupTypeResponse = 0x11,
-        kWriteRequest = 0x12,
-        kPrepareWriteRequest = 0x16,
-        kExecuteWriteRequest = 0x18,
-        kHandleValueNotification = 0x1B,
-        kHandleValueIndication = 0x1D,
-        kHandleValueConfirmation = 0x1E,
-        kMultipleHandleValueNotification = 0x23,
-        kWriteCommand = 0x52,
-    };
-
     // The connection thread (bluetooth_le.cpp).
     void run(uint64_t link);
     bool startConnecting(int socket);

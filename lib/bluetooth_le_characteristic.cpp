@@ -1,8 +1,11 @@
 #include <algorithm>
 #include <memory>
 
+#include "att_protocol.h"
 #include "bluetooth_le.h"
 #include "byte_io.h"
+
+using namespace att;
 
 namespace {
 

@@ -3,8 +3,11 @@
 #include <memory>
 #include <optional>
 
+#include "att_protocol.h"
 #include "bluetooth_le.h"
 #include "byte_io.h"
+
+using namespace att;
 
 namespace {
 
@@ -13,7 +16,6 @@ constexpr uint16_t kLastHandle = 0xFFFF;
 constexpr uint16_t kPrimaryServiceType = 0x2800;
 constexpr uint16_t kCharacteristicType = 0x2803;
 constexpr uint16_t kClientConfigurationType = 0x2902;
-constexpr uint8_t kAttributeNotFound = 0x0A;
 // An answer: opcode, entry length, entries.
 constexpr size_t kEntriesAt = 2;
 

@@ -9,45 +9,14 @@
 #include <cstdint>
 #include <optional>
 
+#include "att_protocol.h"
 #include "byte_io.h"
 
 namespace sim {
 
+using namespace att;
+
 namespace {
-
-// Opcodes of the Attribute Protocol.
-constexpr uint8_t kErrorResponse = 0x01;
-constexpr uint8_t kExchangeMtuRequest = 0x02;
-constexpr uint8_t kExchangeMtuResponse = 0x03;
-constexpr uint8_t kFindInformationRequest = 0x04;
-constexpr uint8_t kFindInformationResponse = 0x05;
-constexpr uint8_t kReadByTypeRequest = 0x08;
-constexpr uint8_t kReadByTypeResponse = 0x09;
-constexpr uint8_t kReadRequest = 0x0A;
-constexpr uint8_t kReadResponse = 0x0B;
-constexpr uint8_t kReadBlobRequest = 0x0C;
-constexpr uint8_t kReadBlobResponse = 0x0D;
-constexpr uint8_t kReadByGroupTypeRequest = 0x10;
-constexpr uint8_t kReadByGroupTypeResponse = 0x11;
-constexpr uint8_t kWriteRequest = 0x12;
-constexpr uint8_t kWriteResponse = 0x13;
-constexpr uint8_t kHandleValueNotification = 0x1B;
-constexpr uint8_t kHandleValueConfirmation = 0x1E;
-constexpr uint8_t kWriteCommand = 0x52;
-// Commands never get an answer, not even an error.
-constexpr uint8_t kCommandFlag = 0x40;
-
-// Error codes.
-constexpr uint8_t kInvalidHandle = 0x01;
-constexpr uint8_t kReadNotPermitted = 0x02;
-constexpr uint8_t kWriteNotPermitted = 0x03;
-constexpr uint8_t kInvalidPdu = 0x04;
-constexpr uint8_t kRequestNotSupported = 0x06;
-constexpr uint8_t kInvalidOffset = 0x07;
-constexpr uint8_t kAttributeNotFound = 0x0A;
-constexpr uint8_t kInvalidAttributeValueLength = 0x0D;
-constexpr uint8_t kUnsupportedGroupType = 0x10;
-constexpr uint8_t kValueNotAllowed = 0x13;
 
 // Attribute types of the GATT layer.
 constexpr uint16_t kPrimaryService = 0x2800;
