@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-// The numbers of the Attribute Protocol, shared by our GATT client and the
+// The numbers of the Attribute Protocol and the GATT layer above it, shared by our GATT client and the
 // simulated devices' GATT server.
 namespace att {
 
@@ -45,5 +45,11 @@ inline constexpr uint8_t kAttributeNotFound = 0x0A;
 inline constexpr uint8_t kInvalidAttributeValueLength = 0x0D;
 inline constexpr uint8_t kUnsupportedGroupType = 0x10;
 inline constexpr uint8_t kValueNotAllowed = 0x13;
+
+// Attribute types of the GATT layer.
+inline constexpr uint16_t kPrimaryService = 0x2800;
+inline constexpr uint16_t kSecondaryService = 0x2801;
+inline constexpr uint16_t kCharacteristicDeclaration = 0x2803;
+inline constexpr uint16_t kClientCharacteristicConfiguration = 0x2902;
 
 }  // namespace att

@@ -13,9 +13,6 @@ namespace {
 
 constexpr uint16_t kFirstHandle = 0x0001;
 constexpr uint16_t kLastHandle = 0xFFFF;
-constexpr uint16_t kPrimaryServiceType = 0x2800;
-constexpr uint16_t kCharacteristicType = 0x2803;
-constexpr uint16_t kClientConfigurationType = 0x2902;
 // An answer: opcode, entry length, entries.
 constexpr size_t kEntriesAt = 2;
 
@@ -29,9 +26,9 @@ struct PageShape {
 };
 
 constexpr PageShape kPageShapes[] = {
-    {kPrimaryServiceType, {6, 20}, 2},
-    {kCharacteristicType, {7, 21}, 0},
-    {kClientConfigurationType, {4, 4}, 0},
+    {kPrimaryService, {6, 20}, 2},
+    {kCharacteristicDeclaration, {7, 21}, 0},
+    {kClientCharacteristicConfiguration, {4, 4}, 0},
 };
 
 // The handle the page ends at; nothing for a page that is not a whole number
@@ -118,7 +115,7 @@ std::vector<uint8_t> discoveryRequest(uint8_t opcode, uint16_t type) {
 void BluetoothLE::discoverServices(Done done) {
     auto const discovery = std::make_shared<Discovery>();
     std::vector<Request> steps(3);
-    steps[0].pdu = discoveryRequest(kReadByGroupTypeRequest, kPrimaryServiceType);
+    steps[0].pdu = discoveryRequest(kReadByGroupTypeRequest, kPrimaryService);
     steps[0].onPage = [discovery](uint8_t const* pdu, size_t length) {
         forEachEntry(pdu, length, [&](uint8_t const* entry, size_t size) {
             Service service;
@@ -128,14 +125,14 @@ void BluetoothLE::discoverServices(Done done) {
             discovery->services.push_back(std::move(service));
         });
     };
-    steps[1].pdu = discoveryRequest(kReadByTypeRequest, kCharacteristicType);
+    steps[1].pdu = discoveryRequest(kReadByTypeRequest, kCharacteristicDeclaration);
     steps[1].onPage = [discovery](uint8_t const* pdu, size_t length) {
         forEachEntry(pdu, length, [&](uint8_t const* entry, size_t size) {
             discovery->declarations.push_back({readLe<uint16_t>(entry), entry[2], readLe<uint16_t>(entry + 3),
                                                *BleUUID::fromWire(entry + 5, size - 5)});
         });
     };
-    steps[2].pdu = discoveryRequest(kReadByTypeRequest, kClientConfigurationType);
+    steps[2].pdu = discoveryRequest(kReadByTypeRequest, kClientCharacteristicConfiguration);
     steps[2].onPage = [discovery](uint8_t const* pdu, size_t length) {
         forEachEntry(pdu, length,
                      [&](uint8_t const* entry, size_t) { discovery->descriptors.push_back(readLe<uint16_t>(entry)); });

@@ -18,12 +18,6 @@ using namespace att;
 
 namespace {
 
-// Attribute types of the GATT layer.
-constexpr uint16_t kPrimaryService = 0x2800;
-constexpr uint16_t kSecondaryService = 0x2801;
-constexpr uint16_t kCharacteristicDeclaration = 0x2803;
-constexpr uint16_t kClientCharacteristicConfiguration = 0x2902;
-
 // Access to an attribute's value.
 constexpr uint8_t kReadable = 0x01;
 constexpr uint8_t kWritable = 0x02;
