@@ -1,0 +1,61 @@
+#pragma once
+
+#include <wx/frame.h>
+#include <wx/timer.h>
+
+#include <memory>
+
+#include "local_device_list.h"
+#include "zelmor.h"
+#include "zelmor_scanner.h"
+
+class LocalStore;
+class wxListCtrl;
+class wxListEvent;
+
+/// The main window, "Zelmor Manager": the devices found nearby in "Local
+/// Devices", with their latest advertised readings, and the remote devices of
+/// the local store in "Remote Devices". Opens a device window for either, and
+/// adds and removes remote devices by device link.
+///
+/// Sightings arrive on the scanner's threads and reach the list only through
+/// postToWindow; a sighting not renewed for ten seconds is aged out on timer
+/// 6005.
+class GuiMain : public wxFrame {
+public:
+    static constexpr int kAgeingTimerId = 6005;
+    static constexpr int kAgeingIntervalMs = 1000;
+
+    /// Takes the scanner over and starts both of its sources; a source that
+    /// cannot start (no BlueZ, the announcement port taken) leaves the other.
+    GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner);
+    /// Stops the scanner before anything it calls into goes away.
+    ~GuiMain() override;
+
+    wxListCtrl* localDevicesList() const { return localDevices_; }
+    wxListCtrl* remoteDevicesList() const { return remoteDevices_; }
+
+    /// A sighting, on the GUI thread: its row is rewritten in place, or added.
+    void takeAdvertisement(ZelmorScanner::Advertisement const& advertisement);
+    /// Rebuilds "Remote Devices" from the local store.
+    void rebuildRemoteDevices();
+
+private:
+    void buildMenus();
+    void openDevice(Zelmor::DeviceIdentifier const& id, ZelmorScanner* scanner);
+
+    void OnAgeingTimer(wxTimerEvent& event);
+    void OnMenuAddRemoteDevice(wxCommandEvent& event);
+    void OnMenuWifiDirectConnect(wxCommandEvent& event);
+    void OnMenuAbout(wxCommandEvent& event);
+    void OnLocalDeviceActivated(wxListEvent& event);
+    void OnRemoteDeviceActivated(wxListEvent& event);
+    void OnRemoteDeviceRightClick(wxListEvent& event);
+
+    LocalStore& store_;
+    std::unique_ptr<ZelmorScanner> scanner_;
+    wxListCtrl* localDevices_;
+    wxListCtrl* remoteDevices_;
+    LocalDeviceList sightings_;
+    wxTimer ageingTimer_;
+};
