@@ -15,6 +15,7 @@
 #include <string>
 #include <utility>
 
+#include "dialog_user.h"
 #include "gui_calibrate_dialog.h"
 #include "gui_enter_string.h"
 #include "gui_wait.h"
@@ -32,22 +33,11 @@ constexpr char const* kRange = "must be between -2000 A and 2000 A, not 0";
 // Characters of two bytes each in UTF-8, to tell characters from bytes.
 wxString const kUmlauts = wxString::FromUTF8("\xC3\xA4\xC3\xB6\xC3\xBC\xC3\x9F");
 
-wxTextCtrl& textField(wxWindow& dialog, wxWindowID id) {
-    auto* field = dynamic_cast<wxTextCtrl*>(dialog.FindWindow(id));
-    if (!field) throw std::runtime_error("no text field with id " + std::to_string(id));
-    return *field;
-}
-
-/// Replaces the text as typing would, with the text-changed event it causes.
-void type(wxWindow& dialog, wxWindowID id, wxString const& text) { textField(dialog, id).SetValue(text); }
-
 std::string message(wxWindow& dialog) {
     auto* line = dynamic_cast<wxStaticText*>(wxWindow::FindWindowByName("message", &dialog));
     if (!line) throw std::runtime_error("no message line");
     return line->GetLabel().utf8_string();
 }
-
-bool continueEnabled(wxWindow& dialog) { return dialog.FindWindow(wxID_OK)->IsEnabled(); }
 
 std::set<std::string> staticTexts(wxWindow& dialog) {
     std::set<std::string> texts;
@@ -81,25 +71,6 @@ void expectDrawnScreenshot(wxWindow& window, std::string const& name) {
         colours.insert(static_cast<unsigned long>(pixel[0]) << 16 | pixel[1] << 8 | pixel[2]);
     EXPECT_GE(colours.size(), 3u) << file << " is blank";
 }
-
-/// A user who types into a modal GuiEnterString and presses Continue, or
-/// Cancel when Continue is disabled.
-class ExpectEnterString : public wxExpectModalBase<GuiEnterString, ExpectEnterString> {
-public:
-    ExpectEnterString(wxString entry, wxString confirmation)
-        : entry_(std::move(entry)), confirmation_(std::move(confirmation)) {}
-
-protected:
-    int OnInvoked(GuiEnterString* dialog) const override {
-        type(*dialog, kEntry, entry_);
-        if (dialog->FindWindow(kConfirmation)) type(*dialog, kConfirmation, confirmation_);
-        return continueEnabled(*dialog) ? wxID_OK : wxID_CANCEL;
-    }
-
-private:
-    wxString entry_;
-    wxString confirmation_;
-};
 
 /// A user who types a current into a modal GuiCalibrateDialog and presses
 /// Continue, or Cancel when Continue is disabled.
