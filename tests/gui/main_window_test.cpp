@@ -46,7 +46,9 @@ TEST(GuiMainTest, LocalDevicesListTheAnnouncingLanAndWifiDevices) {
     EXPECT_NE(cell(list, wifi, 15).find("dBm"), std::string::npos);
 
     EXPECT_FALSE(saveScreenshot(*window, "main_window").empty());
+    // Destroyed when the loop is idle; its scanner holds the announcement port till then.
     window->Destroy();
+    ASSERT_TRUE(waitFor([] { return wxTopLevelWindows.IsEmpty(); }, 5000));
     std::filesystem::remove_all(dataDir);
 }
 
