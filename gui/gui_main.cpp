@@ -19,12 +19,6 @@
 
 namespace {
 
-enum MenuId {
-    kMenuAddRemoteDevice = wxID_HIGHEST + 1,
-    kMenuWifiDirectConnect,
-    kMenuRemoveRemoteDevice,
-};
-
 constexpr size_t kDeviceLinkMaxLength = 255;
 
 // The backspace between "device." and "Your" belongs to the text.
@@ -97,8 +91,9 @@ GuiMain::~GuiMain() {
 
 void GuiMain::buildMenus() {
     auto* device = new wxMenu;
-    device->Append(kMenuAddRemoteDevice, "Add Remote Device", "Add New Remote Device");
-    device->Append(kMenuWifiDirectConnect, "WiFi Direct Connect", "Direct Connection to network Zelmor devices");
+    device->Append(GuiMain::kMenuAddRemoteDevice, "Add Remote Device", "Add New Remote Device");
+    device->Append(GuiMain::kMenuWifiDirectConnect, "WiFi Direct Connect",
+                   "Direct Connection to network Zelmor devices");
     auto* help = new wxMenu;
     help->Append(wxID_ABOUT, "&About");
     auto* bar = new wxMenuBar;
@@ -106,8 +101,8 @@ void GuiMain::buildMenus() {
     bar->Append(help, "&Help");
     SetMenuBar(bar);
     CreateStatusBar();
-    Bind(wxEVT_MENU, &GuiMain::OnMenuAddRemoteDevice, this, kMenuAddRemoteDevice);
-    Bind(wxEVT_MENU, &GuiMain::OnMenuWifiDirectConnect, this, kMenuWifiDirectConnect);
+    Bind(wxEVT_MENU, &GuiMain::OnMenuAddRemoteDevice, this, GuiMain::kMenuAddRemoteDevice);
+    Bind(wxEVT_MENU, &GuiMain::OnMenuWifiDirectConnect, this, GuiMain::kMenuWifiDirectConnect);
     Bind(wxEVT_MENU, &GuiMain::OnMenuAbout, this, wxID_ABOUT);
 }
 
@@ -158,8 +153,8 @@ void GuiMain::OnRemoteDeviceRightClick(wxListEvent& event) {
     if (row < 0) return;
     remoteDevices_->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
     wxMenu menu;
-    menu.Append(kMenuRemoveRemoteDevice, "Remove");
-    if (remoteDevices_->GetPopupMenuSelectionFromUser(menu) == kMenuRemoveRemoteDevice)
+    menu.Append(GuiMain::kMenuRemoveRemoteDevice, "Remove");
+    if (remoteDevices_->GetPopupMenuSelectionFromUser(menu) == GuiMain::kMenuRemoveRemoteDevice)
         store_.removeRemoteDevice(static_cast<size_t>(row));
 }
 

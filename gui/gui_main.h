@@ -25,6 +25,10 @@ class GuiMain : public wxFrame {
 public:
     static constexpr int kAgeingTimerId = 6005;
     static constexpr int kAgeingIntervalMs = 1000;
+    // Menu commands.
+    static constexpr int kMenuAddRemoteDevice = wxID_HIGHEST + 1;
+    static constexpr int kMenuWifiDirectConnect = wxID_HIGHEST + 2;
+    static constexpr int kMenuRemoveRemoteDevice = wxID_HIGHEST + 3;
 
     /// Takes the scanner over and starts both of its sources; a source that
     /// cannot start (no BlueZ, the announcement port taken) leaves the other.

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <wx/listctrl.h>
+#include <wx/msgdlg.h>
 
 #include <cstdlib>
 #include <filesystem>
 
+#include "dialog_user.h"
 #include "gui_main.h"
 #include "gui_wait.h"
 #include "local_store.h"
@@ -49,6 +51,37 @@ TEST(GuiMainTest, LocalDevicesListTheAnnouncingLanAndWifiDevices) {
     // Destroyed when the loop is idle; its scanner holds the announcement port till then.
     window->Destroy();
     ASSERT_TRUE(waitFor([] { return wxTopLevelWindows.IsEmpty(); }, 5000));
+    std::filesystem::remove_all(dataDir);
+}
+
+TEST(GuiMainTest, AddedRemoteDeviceIsListedAndStoredAndAnInvalidLinkIsRefused) {
+    SimFleet fleet({});
+    std::filesystem::path const dataDir = std::filesystem::temp_directory_path() / "zelmor-gui-remote-test";
+    std::filesystem::remove_all(dataDir);
+    {
+        LocalStore store(dataDir);
+        auto* window = new GuiMain(store, std::make_unique<ZelmorScannerImpl>());
+        window->Show();
+        wxTEST_DIALOG(window->ProcessCommand(GuiMain::kMenuAddRemoteDevice),
+                      ExpectEnterString("https://example.invalid/?n=zz", ""),
+                      wxExpectModal<wxMessageDialog>(wxID_OK).Describe("Invalid Zelmor device link"));
+        EXPECT_EQ(window->remoteDevicesList()->GetItemCount(), 0);
+
+        wxTEST_DIALOG(window->ProcessCommand(GuiMain::kMenuAddRemoteDevice),
+                      ExpectEnterString(wxString::FromUTF8(fleet.device(1).link), ""));
+        ASSERT_EQ(window->remoteDevicesList()->GetItemCount(), 1);
+        EXPECT_EQ(cell(window->remoteDevicesList(), 0, 0), fleet.device(1).name);
+        ASSERT_EQ(store.remoteDevices().size(), 1u);
+
+        window->Destroy();
+        ASSERT_TRUE(waitFor([] { return wxTopLevelWindows.IsEmpty(); }, 5000));
+    }
+    // The file holds the link, and a store made afresh reads it back.
+    LocalStore reread(dataDir);
+    ASSERT_EQ(reread.remoteDevices().size(), 1u);
+    EXPECT_EQ(reread.remoteDevices()[0].name, fleet.device(1).name);
+    EXPECT_EQ(std::filesystem::status(dataDir / "cloud_devices.cfg").permissions() & std::filesystem::perms::all,
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
     std::filesystem::remove_all(dataDir);
 }
 
