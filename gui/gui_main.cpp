@@ -104,6 +104,7 @@ void GuiMain::buildMenus() {
     Bind(wxEVT_MENU, &GuiMain::OnMenuAddRemoteDevice, this, GuiMain::kMenuAddRemoteDevice);
     Bind(wxEVT_MENU, &GuiMain::OnMenuWifiDirectConnect, this, GuiMain::kMenuWifiDirectConnect);
     Bind(wxEVT_MENU, &GuiMain::OnMenuAbout, this, wxID_ABOUT);
+    Bind(wxEVT_MENU, &GuiMain::OnMenuRemoveRemoteDevice, this, GuiMain::kMenuRemoveRemoteDevice);
 }
 
 void GuiMain::takeAdvertisement(ZelmorScanner::Advertisement const& advertisement) {
@@ -130,7 +131,17 @@ void GuiMain::rebuildRemoteDevices() {
 }
 
 void GuiMain::openDevice(Zelmor::DeviceIdentifier const& id, ZelmorScanner* scanner) {
-    (new GuiDevice(this, id, scanner))->Show();
+    auto* window = new GuiDevice(this, id, scanner);
+    std::erase_if(deviceWindows_, [](wxWeakRef<GuiDevice> const& open) { return !open; });
+    deviceWindows_.emplace_back(window);
+    window->Show();
+}
+
+std::vector<GuiDevice*> GuiMain::deviceWindows() {
+    std::vector<GuiDevice*> open;
+    for (wxWeakRef<GuiDevice> const& window : deviceWindows_)
+        if (window) open.push_back(window.get());
+    return open;
 }
 
 void GuiMain::OnLocalDeviceActivated(wxListEvent& event) {
@@ -154,8 +165,13 @@ void GuiMain::OnRemoteDeviceRightClick(wxListEvent& event) {
     remoteDevices_->SetItemState(row, wxLIST_STATE_SELECTED, wxLIST_STATE_SELECTED);
     wxMenu menu;
     menu.Append(GuiMain::kMenuRemoveRemoteDevice, "Remove");
-    if (remoteDevices_->GetPopupMenuSelectionFromUser(menu) == GuiMain::kMenuRemoveRemoteDevice)
-        store_.removeRemoteDevice(static_cast<size_t>(row));
+    PopupMenu(&menu);
+}
+
+void GuiMain::OnMenuRemoveRemoteDevice(wxCommandEvent&) {
+    long const row = remoteDevices_->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
+    if (row < 0 || static_cast<size_t>(row) >= store_.remoteDevices().size()) return;
+    store_.removeRemoteDevice(static_cast<size_t>(row));
 }
 
 void GuiMain::OnMenuAddRemoteDevice(wxCommandEvent&) {

@@ -3,12 +3,16 @@
 #include <wx/frame.h>
 #include <wx/timer.h>
 
+#include <wx/weakref.h>
+
 #include <memory>
+#include <vector>
 
 #include "local_device_list.h"
 #include "zelmor.h"
 #include "zelmor_scanner.h"
 
+class GuiDevice;
 class LocalStore;
 class wxListCtrl;
 class wxListEvent;
@@ -44,6 +48,9 @@ public:
     /// Rebuilds "Remote Devices" from the local store.
     void rebuildRemoteDevices();
 
+    /// The device windows opened from here that are still open.
+    std::vector<GuiDevice*> deviceWindows();
+
 private:
     void buildMenus();
     void openDevice(Zelmor::DeviceIdentifier const& id, ZelmorScanner* scanner);
@@ -55,6 +62,7 @@ private:
     void OnLocalDeviceActivated(wxListEvent& event);
     void OnRemoteDeviceActivated(wxListEvent& event);
     void OnRemoteDeviceRightClick(wxListEvent& event);
+    void OnMenuRemoveRemoteDevice(wxCommandEvent& event);
 
     LocalStore& store_;
     std::unique_ptr<ZelmorScanner> scanner_;
@@ -62,4 +70,6 @@ private:
     wxListCtrl* remoteDevices_;
     LocalDeviceList sightings_;
     wxTimer ageingTimer_;
+    // Not owned: a device window destroys itself, which clears its reference.
+    std::vector<wxWeakRef<GuiDevice>> deviceWindows_;
 };

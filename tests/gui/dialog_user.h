@@ -2,7 +2,10 @@
 // answering modal dialogs through wxWidgets' testing hooks.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <wx/button.h>
+#include <wx/msgdlg.h>
 #include <wx/testing.h>
 #include <wx/textctrl.h>
 
@@ -41,4 +44,25 @@ protected:
 private:
     wxString entry_;
     wxString confirmation_;
+};
+
+/// A user who reads a message box, which must say `message` under `caption`,
+/// and presses `button`.
+class ExpectMessage : public wxExpectModalBase<wxMessageDialog, ExpectMessage> {
+public:
+    ExpectMessage(wxString caption, wxString message, int button = wxID_OK)
+        : caption_(std::move(caption)), message_(std::move(message)), button_(button) {}
+
+protected:
+    int OnInvoked(wxMessageDialog* dialog) const override {
+        EXPECT_EQ(dialog->GetTitle().utf8_string(), caption_.utf8_string());
+        EXPECT_EQ(dialog->GetMessage().utf8_string(), message_.utf8_string());
+        return button_;
+    }
+    wxString GetDefaultDescription() const override { return "message box \"" + message_ + "\""; }
+
+private:
+    wxString caption_;
+    wxString message_;
+    int button_;
 };

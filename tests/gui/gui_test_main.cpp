@@ -9,10 +9,13 @@
 #include <wx/modalhook.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 
 // Runs the GUI tests inside a wxWidgets application on the display in
 // DISPLAY, which CI provides with Xvfb. Listing the tests needs no display,
-// so that CTest can discover them anywhere.
+// so that CTest can discover them anywhere. HOME is a fresh directory for the
+// run, since the device windows keep their data under it.
 
 namespace {
 
@@ -37,6 +40,17 @@ void failOnAssert(wxString const& file, int line, wxString const& function, wxSt
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+
+    char home[] = "/tmp/zelmor-gui-home-XXXXXX";
+    if (!::mkdtemp(home)) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    ::setenv("HOME", home, 1);
+    struct RemoveHome {
+        char const* path;
+        ~RemoveHome() { std::filesystem::remove_all(path); }
+    } const removeHome{home};
 
     wxApp::SetInstance(new wxApp);
     if (!wxEntryStart(argc, argv)) {
