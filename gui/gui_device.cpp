@@ -67,8 +67,16 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
 }
 
 GuiDevice::~GuiDevice() {
-    // The link's threads end here, while the window can still take their events.
+    // Closed with its parent, the window gets no close event: detach here too.
+    // The link's threads end here, before the window's event queue goes.
+    detachFromDevice();
     device_.reset();
+}
+
+void GuiDevice::detachFromDevice() {
+    device_->setConnectedCallback({});
+    device_->setDisconnectCallback({});
+    device_->setMonitorDataCallback({});
 }
 
 void GuiDevice::buildMenus() {
@@ -194,9 +202,7 @@ void GuiDevice::linkEnded(Zelmor::DisconnectReason reason) {
 
 void GuiDevice::OnClose(wxCloseEvent& event) {
     // No late callback may reach a closing window.
-    device_->setConnectedCallback({});
-    device_->setDisconnectCallback({});
-    device_->setMonitorDataCallback({});
+    detachFromDevice();
     refreshTimer_.Stop();
     monitorTimer_.Stop();
     event.Skip();

@@ -43,6 +43,8 @@ private:
     void buildMenus();
     void buildLivePanel();
     void setMenusEnabled(bool enabled);
+    /// Replaces the device's callbacks by empty ones.
+    void detachFromDevice();
 
     // On the GUI thread, through postToWindow.
     void linkUp();

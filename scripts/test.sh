@@ -12,9 +12,10 @@ scripts/setup.sh
 jobs=$(nproc)
 export CTEST_OUTPUT_ON_FAILURE=1
 
-# Runs a command with a fresh virtual display of its own.
+# Runs a command with a virtual display and a session bus of its own, both
+# gone when it ends (GTK would otherwise start a session bus that lingers).
 gui() {
-  xvfb-run -a -s "-screen 0 1280x1024x24" "$@"
+  xvfb-run -a -s "-screen 0 1280x1024x24" dbus-run-session -- "$@"
 }
 
 echo "== Build (warnings as errors) and all tests"
