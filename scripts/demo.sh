@@ -47,7 +47,7 @@ if [[ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]]; then
 else
   shot=$PWD/$bin/demo-screenshot.png
   echo "No graphical desktop here: the manager runs on a virtual display for ${DEMO_SECONDS:-60} s."
-  xvfb-run -a -s "-screen 0 1280x1024x24" bash -c '
+  xvfb-run -a -s "-screen 0 1280x1024x24" dbus-run-session -- bash -c '
     "$1" & manager=$!
     sleep "$2"
     import -window root "$3"
