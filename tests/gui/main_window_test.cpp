@@ -1,20 +1,18 @@
 // The main window against zelmor-sim: the devices that announce themselves on
-// the LAN appear in "Local Devices" with their identity and readings, and go
-// once they fall silent; the Help and Device menus' boxes.
+// the LAN appear in "Local Devices" with their identity and readings, open on
+// a double click, and go once they fall silent; the Help and Device menus'
+// boxes.
 #include <gtest/gtest.h>
 
 #include <wx/listctrl.h>
-
-#include <filesystem>
+#include <wx/statusbr.h>
 
 #include "about_text.h"
 #include "dialog_user.h"
+#include "gui_device.h"
 #include "gui_main.h"
-#include "gui_wait.h"
-#include "local_store.h"
 #include "main_window_user.h"
 #include "screenshot.h"
-#include "zelmor_scanner_impl.h"
 #include "zelmorctl_fleet.h"
 
 namespace {
@@ -36,6 +34,16 @@ TEST(GuiMainTest, LocalDevicesListTheAnnouncingDevicesUntilTheyFallSilent) {
     EXPECT_EQ(cell(list, wifi, 1), "Zelmor-V");
     EXPECT_NE(cell(list, wifi, 15).find("dBm"), std::string::npos);
     EXPECT_FALSE(saveScreenshot(user.window(), "main_window").empty());
+
+    // A double click opens the device over the LAN.
+    user.activate(list, lan);
+    ASSERT_EQ(user.window().deviceWindows().size(), 1u);
+    GuiDevice* const device = user.window().deviceWindows().front();
+    EXPECT_TRUE(waitFor([&] { return device->GetStatusBar()->GetStatusText() == "Connected"; }, 20000))
+        << device->GetStatusBar()->GetStatusText();
+    EXPECT_EQ(device->GetTitle(), "Zelmor Manager: " + fleet.device(0).name);
+    device->Close(true);
+    ASSERT_TRUE(waitFor([&] { return user.window().deviceWindows().empty(); }, 10000));
 
     // Silent devices stay listed for ten seconds after their last announcement.
     fleet.kill();
