@@ -1,3 +1,6 @@
+// The two small entry dialogs on screen: the text entry with its length limit
+// and password confirmation, and the calibration current; what they tell the
+// user on every change and how they end when shown modally.
 #include <gtest/gtest.h>
 
 #include <wx/button.h>
@@ -88,14 +91,27 @@ private:
     wxString current_;
 };
 
-TEST(EnterStringDialogTest, StartsAcceptingTheEmptyText) {
+TEST(EnterStringDialogTest, StartsEmptyWithItsFieldsAndPrompts) {
     for (bool const confirm : {false, true}) {
         SCOPED_TRACE(confirm ? "with confirmation" : "without confirmation");
-        GuiEnterString dialog(nullptr, wxID_ANY, "Device name", false, confirm);
+        GuiEnterString dialog(nullptr, wxID_ANY, "Password", confirm, confirm);
         EXPECT_EQ(textField(dialog, kEntry).GetValue(), "");
         EXPECT_EQ(message(dialog), "");
         EXPECT_TRUE(continueEnabled(dialog));
+        EXPECT_EQ(textField(dialog, kEntry).HasFlag(wxTE_PASSWORD), confirm);
+        EXPECT_EQ(dynamic_cast<wxTextCtrl*>(dialog.FindWindow(kConfirmation)) != nullptr, confirm);
     }
+    GuiEnterString dialog(nullptr, wxID_ANY, "Password", true, true);
+    dialog.setPrompt("New password");
+    dialog.setConfirmationPrompt("The same password again");
+    auto const texts = staticTexts(dialog);
+    EXPECT_TRUE(texts.count("New password"));
+    EXPECT_TRUE(texts.count("The same password again"));
+    EXPECT_TRUE(textField(dialog, kConfirmation).HasFlag(wxTE_PASSWORD));
+    type(dialog, kEntry, "secret");
+    type(dialog, kConfirmation, "secre");
+    ASSERT_TRUE(showOnScreen(dialog));
+    expectDrawnScreenshot(dialog, "enter_string");
 }
 
 TEST(EnterStringDialogTest, RefusesOneCharacterPastTheMaximum) {
@@ -115,6 +131,14 @@ TEST(EnterStringDialogTest, RefusesOneCharacterPastTheMaximum) {
         EXPECT_EQ(message(dialog), c.problem);
         EXPECT_EQ(continueEnabled(dialog), c.problem.empty());
     }
+
+    // Unlimited until the caller sets a maximum, which applies at once.
+    GuiEnterString unlimited(nullptr, wxID_ANY, "Device name", false, false);
+    type(unlimited, kEntry, wxString('x', 1000));
+    EXPECT_TRUE(continueEnabled(unlimited));
+    unlimited.setMaxLength(999);
+    EXPECT_EQ(message(unlimited), kTooLong);
+    EXPECT_FALSE(continueEnabled(unlimited));
 }
 
 TEST(EnterStringDialogTest, KeysTypedIntoTheEntryAreValidated) {
@@ -135,18 +159,6 @@ TEST(EnterStringDialogTest, KeysTypedIntoTheEntryAreValidated) {
     EXPECT_FALSE(continueEnabled(dialog));
     ASSERT_TRUE(keyboard.Char(WXK_BACK));
     ASSERT_TRUE(waitFor([&entry] { return entry.GetValue() == "abcd"; }, kTimeoutMs)) << entry.GetValue();
-    EXPECT_EQ(message(dialog), "");
-    EXPECT_TRUE(continueEnabled(dialog));
-}
-
-TEST(EnterStringDialogTest, IsUnlimitedUntilTheCallerSetsAMaximum) {
-    GuiEnterString dialog(nullptr, wxID_ANY, "Device name", false, false);
-    type(dialog, kEntry, wxString('x', 1000));
-    EXPECT_TRUE(continueEnabled(dialog));
-    dialog.setMaxLength(999);
-    EXPECT_EQ(message(dialog), kTooLong);
-    EXPECT_FALSE(continueEnabled(dialog));
-    dialog.setMaxLength(1000);
     EXPECT_EQ(message(dialog), "");
     EXPECT_TRUE(continueEnabled(dialog));
 }
@@ -172,45 +184,14 @@ TEST(EnterStringDialogTest, ConfirmationMustMatchTheEntry) {
         EXPECT_EQ(message(dialog), step.problem);
         EXPECT_EQ(continueEnabled(dialog), step.problem.empty());
     }
-}
 
-TEST(EnterStringDialogTest, TooLongIsReportedBeforeAMismatch) {
-    GuiEnterString dialog(nullptr, wxID_ANY, "Password", true, true);
+    // A text too long is told before a mismatch.
     dialog.setMaxLength(4);
     type(dialog, kConfirmation, "abcde");
-    type(dialog, kEntry, "abcde");
-    EXPECT_EQ(message(dialog), kTooLong);
     type(dialog, kEntry, "abcdef");
     EXPECT_EQ(message(dialog), kTooLong);
     type(dialog, kEntry, "abcd");
     EXPECT_EQ(message(dialog), kMismatch);
-    EXPECT_FALSE(continueEnabled(dialog));
-}
-
-TEST(EnterStringDialogTest, HasAConfirmationFieldOnlyWhenConfirming) {
-    for (bool const confirm : {false, true}) {
-        SCOPED_TRACE(confirm ? "with confirmation" : "without confirmation");
-        GuiEnterString dialog(nullptr, wxID_ANY, "Password", true, confirm);
-        EXPECT_EQ(dynamic_cast<wxTextCtrl*>(dialog.FindWindow(kConfirmation)) != nullptr, confirm);
-    }
-}
-
-TEST(EnterStringDialogTest, PasswordModeHidesWhatIsTyped) {
-    for (bool const password : {false, true}) {
-        SCOPED_TRACE(password ? "password" : "plain text");
-        GuiEnterString dialog(nullptr, wxID_ANY, "Password", password, true);
-        EXPECT_EQ(textField(dialog, kEntry).HasFlag(wxTE_PASSWORD), password);
-        EXPECT_EQ(textField(dialog, kConfirmation).HasFlag(wxTE_PASSWORD), password);
-    }
-}
-
-TEST(EnterStringDialogTest, ShowsThePrompts) {
-    GuiEnterString dialog(nullptr, wxID_ANY, "Password", true, true);
-    dialog.setPrompt("New password");
-    dialog.setConfirmationPrompt("The same password again");
-    auto const texts = staticTexts(dialog);
-    EXPECT_TRUE(texts.count("New password"));
-    EXPECT_TRUE(texts.count("The same password again"));
 }
 
 TEST(EnterStringDialogTest, GivesTheTextAsUtf8) {
@@ -243,22 +224,15 @@ TEST(EnterStringDialogTest, ModalDialogEndsAsTheUserAnswers) {
     }
 }
 
-TEST(EnterStringDialogTest, Screenshot) {
-    GuiEnterString dialog(nullptr, wxID_ANY, "Device password", true, true);
-    dialog.setPrompt("New password");
-    dialog.setConfirmationPrompt("The same password again");
-    type(dialog, kEntry, "secret");
-    type(dialog, kConfirmation, "secre");
-    ASSERT_TRUE(showOnScreen(dialog));
-    expectDrawnScreenshot(dialog, "enter_string");
-}
-
-TEST(CalibrateDialogTest, StartsWithAnEmptyValue) {
+TEST(CalibrateDialogTest, StartsEmptyAndCannotContinue) {
     GuiCalibrateDialog dialog(nullptr, wxID_ANY, "Calibrate current");
     EXPECT_EQ(textField(dialog, GuiCalibrateDialog::kEntryId).GetValue(), "");
     EXPECT_EQ(message(dialog), "value is empty");
     EXPECT_FALSE(continueEnabled(dialog));
     EXPECT_TRUE(staticTexts(dialog).count("Calibration current"));
+    type(dialog, GuiCalibrateDialog::kEntryId, "12,5 mA");
+    ASSERT_TRUE(showOnScreen(dialog));
+    expectDrawnScreenshot(dialog, "calibrate");
 }
 
 TEST(CalibrateDialogTest, ValidatesEveryChange) {
@@ -284,26 +258,16 @@ TEST(CalibrateDialogTest, ValidatesEveryChange) {
     }
 }
 
-TEST(CalibrateDialogTest, ModalDialogGivesTheCurrent) {
+TEST(CalibrateDialogTest, ModalDialogGivesTheCurrentOrCannotContinue) {
     GuiCalibrateDialog dialog(nullptr, wxID_ANY, "Calibrate current");
     int result = wxID_NONE;
     wxTEST_DIALOG(result = dialog.ShowModal(), ExpectCalibration("-7,5 A"));
     EXPECT_EQ(result, wxID_OK);
     EXPECT_FLOAT_EQ(dialog.current(), -7.5f);
-}
 
-TEST(CalibrateDialogTest, ModalDialogCannotContinueWithoutACurrent) {
-    GuiCalibrateDialog dialog(nullptr, wxID_ANY, "Calibrate current");
-    int result = wxID_NONE;
-    wxTEST_DIALOG(result = dialog.ShowModal(), ExpectCalibration("0"));
+    GuiCalibrateDialog refused(nullptr, wxID_ANY, "Calibrate current");
+    wxTEST_DIALOG(result = refused.ShowModal(), ExpectCalibration("0"));
     EXPECT_EQ(result, wxID_CANCEL);
-}
-
-TEST(CalibrateDialogTest, Screenshot) {
-    GuiCalibrateDialog dialog(nullptr, wxID_ANY, "Calibrate current");
-    type(dialog, GuiCalibrateDialog::kEntryId, "12,5 mA");
-    ASSERT_TRUE(showOnScreen(dialog));
-    expectDrawnScreenshot(dialog, "calibrate");
 }
 
 }  // namespace

@@ -107,12 +107,6 @@ TEST_F(LocalStoreTest, CreatesItsDataDirectoryButNotItsParents) {
     EXPECT_FALSE(orphan.saveRemoteDevices());
 }
 
-TEST_F(LocalStoreTest, KeepsAnExistingDataDirectory) {
-    withFile(linesOf({kBoat}));
-    LocalStore store(dataDir());
-    EXPECT_EQ(store.remoteDevices(), std::vector<Identifier>{kBoat});
-}
-
 TEST_F(LocalStoreTest, LoadsValidLinksInFileOrderKeepingDuplicates) {
     std::string const text = makeDeviceLink(kBoat) + "\n\nnot a link\n" + makeDeviceLink(kVan) + "\r\n   \n" +
                              "https://zelmor.link?n=00\n  " + makeDeviceLink(kBoat) + "  \n" + makeDeviceLink(kCabin);
@@ -144,14 +138,13 @@ TEST_F(LocalStoreTest, AddingAKnownDeviceReplacesOnlyItsFirstEntry) {
     EXPECT_TRUE(store.addRemoteDevice(kBoat));
     EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kVan, kBoat, kCabin, kBoat}));
     EXPECT_EQ(readText(file()), linesOf({kVan, kBoat, kCabin, kBoat}));
-}
 
-TEST_F(LocalStoreTest, TheSameDeviceUnderANewNameIsANewEntry) {
-    LocalStore store(withFile(linesOf({kBoat})));
+    // Equal means equal in every field: a new name makes a new entry.
     Identifier renamed = kBoat;
     renamed.name = "Sailboat";
     EXPECT_TRUE(store.addRemoteDevice(renamed));
-    EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kBoat, renamed}));
+    EXPECT_EQ(store.remoteDevices().back(), renamed);
+    EXPECT_EQ(store.remoteDevices().size(), 5u);
 }
 
 TEST_F(LocalStoreTest, RemovingErasesTheEntryAtTheIndex) {
@@ -165,37 +158,19 @@ TEST_F(LocalStoreTest, RemovingErasesTheEntryAtTheIndex) {
     EXPECT_EQ(readText(file()), "");
 }
 
-TEST_F(LocalStoreTest, RemovingPastTheEndChangesNothing) {
-    LocalStore store(withFile(linesOf({kBoat})));
-    int calls = 0;
-    store.setRemoteDevicesObserver([&] { ++calls; });
-    EXPECT_FALSE(store.removeRemoteDevice(1));
-    EXPECT_EQ(store.remoteDevices(), std::vector<Identifier>{kBoat});
-    EXPECT_EQ(calls, 0);
-}
-
 TEST_F(LocalStoreTest, ObserverSeesEveryChangeAfterItIsSaved) {
     LocalStore store(withFile(linesOf({kBoat})));
     std::vector<std::string> seen;
     store.setRemoteDevicesObserver([&] { seen.push_back(readText(file())); });
     store.loadRemoteDevices();
     EXPECT_TRUE(store.saveRemoteDevices());
+    EXPECT_FALSE(store.removeRemoteDevice(1));
     EXPECT_TRUE(seen.empty());
 
     store.addRemoteDevice(kVan);
     store.addRemoteDevice(kVan);
     store.removeRemoteDevice(0);
     EXPECT_EQ(seen, (std::vector<std::string>{linesOf({kBoat, kVan}), linesOf({kBoat, kVan}), linesOf({kVan})}));
-}
-
-TEST_F(LocalStoreTest, ReloadingReplacesTheList) {
-    LocalStore store(withFile(linesOf({kBoat, kVan})));
-    writeText(file(), linesOf({kCabin}));
-    store.loadRemoteDevices();
-    EXPECT_EQ(store.remoteDevices(), std::vector<Identifier>{kCabin});
-    fs::remove(file());
-    store.loadRemoteDevices();
-    EXPECT_TRUE(store.remoteDevices().empty());
 }
 
 TEST_F(LocalStoreTest, SavedFileIsPrivateToTheUser) {
@@ -255,14 +230,6 @@ TEST_F(LocalStoreTest, DeviceLogFolderIsNamedByTheSerialInHex) {
 
     store.clearCurrentDevice();
     EXPECT_TRUE(store.deviceLogDir().empty());
-}
-
-TEST_F(LocalStoreTest, HoldsTheLogRecordsOnDisplay) {
-    LocalStore store(dataDir());
-    EXPECT_TRUE(store.logRecords().empty());
-    store.logRecords().push_back(LogRecord{.time = 42});
-    EXPECT_EQ(store.logRecords().size(), 1u);
-    EXPECT_EQ(store.logRecords().front().time, 42u);
 }
 
 }  // namespace

@@ -1,3 +1,5 @@
+// The checks behind the small entry dialogs: lengths in characters, the
+// password confirmation, and the calibration current as a user may type it.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -77,14 +79,8 @@ TEST(EnterStringProblemTest, ConfirmationMustEqualTheEntry) {
         SCOPED_TRACE(std::string(c.entry) + " / " + std::string(c.confirmation));
         EXPECT_EQ(enterStringProblem(c.entry, c.confirmation, kUnlimited, true), c.problem);
     }
-}
-
-TEST(EnterStringProblemTest, IgnoresTheConfirmationWhenNotConfirming) {
     EXPECT_EQ(enterStringProblem("secret", "other", kUnlimited, false), "");
-}
-
-TEST(EnterStringProblemTest, LengthIsCheckedBeforeTheConfirmation) {
-    EXPECT_EQ(enterStringProblem("abcde", "x", 4, true), kTooLong);
+    // The length is checked first.
     EXPECT_EQ(enterStringProblem("abcde", "abcde", 4, true), kTooLong);
     EXPECT_EQ(enterStringProblem("abcd", "x", 4, true), kMismatch);
 }
@@ -113,30 +109,12 @@ TEST(CalibrationCurrentTest, NamesWhatIsWrong) {
         std::string problem;
     };
     Case const cases[] = {
-        {"", "value is empty"},
-        {"   ", "value is empty"},
-        {"A", "not a number"},
-        {"abc", "not a number"},
-        {"-", "not a number"},
-        {".", "not a number"},
-        {"1.2.3", "not a number"},
-        {"1,5.0", "not a number"},
-        {"1e3", "not a number"},
-        {"1 000", "not a number"},
-        {"- 5", "not a number"},
-        {"--5", "not a number"},
-        {"5 mA", "not a number"},
-        {"5AA", "not a number"},
-        {"A5", "not a number"},
-        {"0x10", "not a number"},
-        {"inf", "not a number"},
-        {"nan", "not a number"},
-        {"0", kRange},
-        {"-0", kRange},
-        {"0,000", kRange},
-        {"2000.001", kRange},
-        {"-2000.5", kRange},
-        {"99999999", kRange},
+        {"", "value is empty"},  {"   ", "value is empty"}, {"A", "not a number"},     {"abc", "not a number"},
+        {"-", "not a number"},   {".", "not a number"},     {"1.2.3", "not a number"}, {"1,5.0", "not a number"},
+        {"1e3", "not a number"}, {"1 000", "not a number"}, {"- 5", "not a number"},   {"--5", "not a number"},
+        {"5 mA", "not a number"}, {"5AA", "not a number"},  {"A5", "not a number"},    {"0x10", "not a number"},
+        {"inf", "not a number"}, {"nan", "not a number"},   {"0", kRange},             {"-0", kRange},
+        {"0,000", kRange},       {"2000.001", kRange},      {"-2000.5", kRange},       {"99999999", kRange},
         {std::string(400, '9'), kRange},
         {"0." + std::string(60, '0') + "1", kRange},
     };
