@@ -1,12 +1,12 @@
 #include "gui_enter_string.h"
 
-#include <wx/button.h>
 #include <wx/sizer.h>
 #include <wx/stattext.h>
 #include <wx/textctrl.h>
 
 #include <limits>
 
+#include "dialog_footer.h"
 #include "input_validation.h"
 
 namespace {
@@ -32,16 +32,7 @@ GuiEnterString::GuiEnterString(wxWindow* parent, wxWindowID id, wxString const& 
         column->Add(confirmation_, wxSizerFlags().Expand().Border());
         confirmation_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { validate(); });
     }
-    message_ = new wxStaticText(this, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize, 0, "message");
-    column->Add(message_, wxSizerFlags().Expand().Border(wxLEFT | wxRIGHT));
-    auto* buttons = new wxStdDialogButtonSizer;
-    buttons->AddButton(new wxButton(this, wxID_CANCEL, "Cancel"));
-    auto* continueButton = new wxButton(this, wxID_OK, "Continue");
-    continueButton->SetDefault();
-    buttons->AddButton(continueButton);
-    buttons->Realize();
-    column->Add(buttons, wxSizerFlags().Expand().Border());
-    SetSizerAndFit(column);
+    message_ = addDialogFooter(*this, column);
     entry_->Bind(wxEVT_TEXT, [this](wxCommandEvent&) { validate(); });
     entry_->SetFocus();
     validate();
