@@ -12,6 +12,7 @@
 #include "gui_event.h"
 #include "hardware_revision.h"
 #include "local_store_instance.h"
+#include "lock_status.h"
 #include "report_response_code.h"
 #include "zelmor_impl.h"
 

@@ -11,9 +11,6 @@ namespace {
 constexpr unsigned kDirectPollMs = 1000;
 constexpr unsigned kHubPollMs = 2000;
 
-constexpr uint8_t kNetworkLockBit = 4;
-constexpr uint8_t kBluetoothLockBit = 0;
-
 constexpr uint32_t kAccessPointAddress = 0xC0A86401;  // 192.168.100.1
 constexpr uint8_t kAccessPointRevision = 0x40;        // a WiFi model
 
@@ -25,11 +22,6 @@ LinkChoice chooseLink(Zelmor::DeviceIdentifier const& id) {
 }
 
 Zelmor::WifiAccessKey hubAccessKey(Zelmor::DeviceIdentifier const& id) { return {id.channelId, id.key}; }
-
-bool deviceLocked(Zelmor::DeviceInfo const& info) {
-    uint8_t const bit = isNetworkModel(info.hardwareRevision) ? kNetworkLockBit : kBluetoothLockBit;
-    return (info.lockStatus >> bit & 1) != 0;
-}
 
 unsigned monitorPollMs(bool directConnection) { return directConnection ? kDirectPollMs : kHubPollMs; }
 

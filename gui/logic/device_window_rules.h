@@ -21,10 +21,6 @@ LinkChoice chooseLink(Zelmor::DeviceIdentifier const& id);
 /// The key of the device's hub channel: its channel identifier and key.
 Zelmor::WifiAccessKey hubAccessKey(Zelmor::DeviceIdentifier const& id);
 
-/// Whether the link is below the level the user password asks for: lock
-/// status bit 4 on network models, bit 0 on Bluetooth LE models.
-bool deviceLocked(Zelmor::DeviceInfo const& info);
-
 /// How often the live readings are requested: every second on a direct link,
 /// every two seconds through the hub, which carries every user's traffic.
 unsigned monitorPollMs(bool directConnection);

@@ -1,6 +1,5 @@
 // What the device window decides without a display: how it reaches a device
-// and how often it polls, whether the device is locked, and how a link end is
-// told.
+// and how often it polls, and how a link end is told.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -43,25 +42,6 @@ TEST(DeviceWindowRulesTest, ChoosesTheLinkByModelAndKnownAddress) {
     // The hub is polled less often than a direct link.
     EXPECT_EQ(monitorPollMs(true), 1000u);
     EXPECT_EQ(monitorPollMs(false), 2000u);
-}
-
-TEST(DeviceWindowRulesTest, LockBitDependsOnTheModel) {
-    struct Case {
-        uint8_t revision;
-        uint8_t lockStatus;
-        bool locked;
-    };
-    Case const cases[] = {
-        {0x10, 0x10, true}, {0x10, 0x01, false}, {0x10, 0x20, false}, {0x41, 0x10, true},
-        {0x41, 0x30, true}, {0x41, 0x2F, false}, {0x21, 0x01, true},  {0x21, 0x10, false},
-        {0x31, 0x03, true}, {0x31, 0x02, false}, {0x21, 0x00, false}, {0x41, 0x00, false},
-    };
-    for (auto const& c : cases) {
-        Zelmor::DeviceInfo info;
-        info.hardwareRevision = c.revision;
-        info.lockStatus = c.lockStatus;
-        EXPECT_EQ(deviceLocked(info), c.locked) << unsigned{c.revision} << " " << unsigned{c.lockStatus};
-    }
 }
 
 TEST(DeviceWindowRulesTest, TellsTheUserWhyALinkEndedUnlessItWasClosedHere) {
