@@ -139,13 +139,18 @@ void GuiDevice::deviceUnlock(bool onConnect) {
 
 void GuiDevice::deviceReady() {
     // The Bluetooth LE models push their readings; the network models are asked.
-    if (isNetworkModel(info_.hardwareRevision))
+    if (isNetworkModel(info_.hardwareRevision)) {
         monitorTimer_.Start(static_cast<int>(monitorPollMs(device_->isDirectConnection())));
+        // The first readings at once rather than a poll period later.
+        requestMonitorData();
+    }
     localStore().setCurrentDevice(id_.serial != 0 ? id_.serial : info_.serial);
     setMenusEnabled(true);
 }
 
-void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) {
+void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) { requestMonitorData(); }
+
+void GuiDevice::requestMonitorData() {
     wxWeakRef<GuiDevice> const self(this);
     device_->requestGetMonitorData([self](Zelmor::ResponseCode code, Zelmor::MonitorData const& data) {
         // A failed poll is dropped; the next tick tries again.
@@ -157,10 +162,16 @@ void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) {
 void GuiDevice::monitorDataReceived(Zelmor::MonitorData const& data) {
     monitorData_ = data;
     panelStale_ = true;
+    if (!refreshTimer_.IsRunning()) refreshTimer_.Start(kRefreshIntervalMs);
 }
 
 void GuiDevice::OnRefreshTimerEvent(wxTimerEvent&) {
-    if (!panelStale_ || !monitorData_) return;
+    if (!panelStale_ || !monitorData_) {
+        // Nothing new to draw: the timer sleeps until the next reading, so an
+        // idle window is not woken sixty times a second.
+        refreshTimer_.Stop();
+        return;
+    }
     panelStale_ = false;
     uint8_t const revision = monitorData_->hardwareRevision;
     bool const rssiAvailable = !isNetworkModel(revision) || isWifiFamily(revision);

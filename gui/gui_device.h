@@ -50,6 +50,7 @@ private:
     void linkUp();
     void infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info);
     void deviceReady();
+    void requestMonitorData();
     void monitorDataReceived(Zelmor::MonitorData const& data);
     void linkEnded(Zelmor::DisconnectReason reason);
 
@@ -62,7 +63,7 @@ private:
     Zelmor::DeviceInfo info_;
     std::optional<Zelmor::MonitorData> monitorData_;
     // Set when a reading arrived that the panel does not show yet: the refresh
-    // timer redraws only then, so an idle window costs nothing.
+    // timer redraws only then, and stops when there is nothing to draw.
     bool panelStale_ = false;
     std::vector<PanelRow> shownRows_;
 
