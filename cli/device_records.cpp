@@ -9,6 +9,7 @@
 #include "bluetooth_address.h"
 
 #include "hardware_revision.h"
+#include "lock_status.h"
 #include "power_status.h"
 
 namespace {
@@ -16,13 +17,6 @@ namespace {
 constexpr uint8_t kSocNotAvailable = 255;
 constexpr uint16_t kRuntimeNotAvailable = 65521;  // and every value above
 constexpr int16_t kRssiNotAvailable = -32768;
-
-// Lock status bits: network models report the session's lock in bit 4 and a
-// master password in bit 5, Bluetooth LE models in bits 0 and 1.
-bool lockBit(Zelmor::DeviceInfo const& info, bool master) {
-    unsigned const bit = (isNetworkModel(info.hardwareRevision) ? 4 : 0) + (master ? 1 : 0);
-    return (info.lockStatus >> bit) & 1;
-}
 
 char const* wifiStatusText(uint8_t status) {
     switch (status) {
@@ -64,7 +58,6 @@ std::string durationText(uint32_t seconds) {
 
 }  // namespace
 
-bool deviceLocked(Zelmor::DeviceInfo const& info) { return lockBit(info, false); }
 
 std::string localTimeText(uint32_t seconds) {
     std::time_t const time = seconds;
@@ -80,7 +73,7 @@ Json infoJson(Zelmor::DeviceInfo const& info) {
               {"hardware_revision", info.hardwareRevision},
               {"firmware", firmwareText(info.firmwareVersion)},
               {"locked", deviceLocked(info)},
-              {"master_password_set", lockBit(info, true)},
+              {"master_password_set", masterPasswordSet(info)},
               {"ip", ipJson(info.ipAddress)}};
     bool const wifi = isWifiFamily(info.hardwareRevision);
     json["wifi_network"] = wifi ? Json(info.wifiNetwork) : Json();
@@ -101,7 +94,7 @@ std::vector<std::string> infoText(Zelmor::DeviceInfo const& info) {
         lines.push_back(fmt::format("WiFi:      {} ({})", info.wifiNetwork.empty() ? "-" : info.wifiNetwork,
                                     wifiStatusText(info.wifiStatus)));
     lines.push_back(fmt::format("Locked:    {}", deviceLocked(info) ? "yes (user password)" : "no"));
-    lines.push_back(fmt::format("Master:    {}", lockBit(info, true) ? "password set" : "no password"));
+    lines.push_back(fmt::format("Master:    {}", masterPasswordSet(info) ? "password set" : "no password"));
     return lines;
 }
 

@@ -11,9 +11,6 @@
 // How the device's records are shown: the JSON object of each (keys are part
 // of the program's interface, see docs/zelmorctl.md) and its text form.
 
-/// Whether the link is below the level the user password asks for.
-bool deviceLocked(Zelmor::DeviceInfo const& info);
-
 /// "YYYY-MM-DD HH:MM:SS" in the local time zone.
 std::string localTimeText(uint32_t seconds);
 

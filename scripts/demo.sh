@@ -1,18 +1,21 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, starts a small fleet of simulated devices on
-# loopback addresses and shows them through zelmorctl: the LAN scan, the
-# information and live readings of one device over the LAN, and one reached
-# through the hub relay by its device link. Stops the simulator at the end.
+# Installs what is missing, builds, starts a small fleet of simulated battery
+# monitors on loopback addresses and opens Zelmor Manager on them, with the
+# hub relay of the simulator as its hub. Closing the manager stops the
+# simulator. Without a graphical desktop the manager runs on a virtual display
+# for DEMO_SECONDS (60) and leaves a screenshot behind.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh
 cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build build/release -j"$(nproc)" --target zelmor-sim zelmorctl
+cmake --build build/release -j"$(nproc)" --target zelmor-sim zelmor-manager
 
 bin=build/release
 fleet=$(mktemp)
-"$bin"/sim/zelmor-sim >"$fleet" &
+# A LAN model, a WiFi model, a locked one, and one that announces nothing and
+# is reached through the hub only.
+"$bin"/sim/zelmor-sim --device K --device V --device V,user=kingfisher --device V,silent >"$fleet" &
 sim=$!
 trap 'kill "$sim" 2>/dev/null; wait "$sim" 2>/dev/null; rm -f "$fleet"' EXIT
 for _ in $(seq 100); do
@@ -21,18 +24,33 @@ for _ in $(seq 100); do
   sleep 0.1
 done
 
-ctl() {
-  echo
-  echo "\$ zelmorctl $*"
-  "$bin"/cli/zelmorctl "$@"
-}
+# A device's line: address, model, "name", serial, [user password "…"], [silent], link.
+name_of() { awk -v address="$1" '$1 == address' "$fleet" | cut -d'"' -f2; }
+locked=127.0.0.4
+silent=127.0.0.5
+cat <<TEXT
 
-ctl scan --seconds 3
-ctl --lan 127.0.0.2 info
-ctl --lan 127.0.0.2 monitor --count "${DEMO_READINGS:-10}" --interval 1000
-link=$(awk '$1 == "127.0.0.3" { print $NF }' "$fleet")
-ctl --link "$link" info
-ctl --link "$link" monitor --count 3 --interval 2000
-echo
-echo "The simulated fleet (add a link as a remote device; the locked device's password is in its line):"
-cat "$fleet"
+Zelmor Manager is opening on a simulated fleet; closing it stops the simulator.
+  - "$(name_of 127.0.0.2)" (Zelmor-K, LAN) and "$(name_of 127.0.0.3)" (Zelmor-V, WiFi) appear
+    under Local Devices within seconds: double-click one to watch its live readings.
+  - "$(name_of $locked)" is locked: its password is kingfisher.
+  - "$(name_of $silent)" announces nothing and is reached through the hub: choose
+    Device > Add Remote Device, paste this link, then double-click it under Remote Devices:
+
+    $(awk -v address=$silent '$1 == address { print $NF }' "$fleet")
+
+TEXT
+
+export ZELMOR_HUB_HOST=127.0.0.1
+if [[ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]]; then
+  "$bin"/gui/zelmor-manager
+else
+  shot=$PWD/$bin/demo-screenshot.png
+  echo "No graphical desktop here: the manager runs on a virtual display for ${DEMO_SECONDS:-60} s."
+  xvfb-run -a -s "-screen 0 1280x1024x24" dbus-run-session -- bash -c '
+    "$1" & manager=$!
+    sleep "$2"
+    import -window root "$3"
+    kill "$manager"; wait "$manager"' demo "$bin"/gui/zelmor-manager "${DEMO_SECONDS:-60}" "$shot" || true
+  echo "What it showed: $shot"
+fi

@@ -10,6 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev
   libbluetooth-dev libdbus-1-dev dbus python3-dbusmock
+  libwxgtk3.2-dev xvfb xauth x11-apps imagemagick xdotool
 )
 
 missing=()

@@ -33,7 +33,7 @@ bool Fleet::start() {
     if (plan_.announceTo) {
         announcer_.emplace(addressText(plan_.announceTo->address), plan_.announceTo->port);
         for (size_t i = 0; i < devices_.size(); ++i)
-            announcer_->addDevice(*devices_[i], addressText(plan_.devices[i].address));
+            if (plan_.devices[i].announced) announcer_->addDevice(*devices_[i], addressText(plan_.devices[i].address));
         if (!announcer_->start()) {
             error_ = announcer_->error();
             stop();

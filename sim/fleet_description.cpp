@@ -29,6 +29,7 @@ std::string deviceSummary(DevicePlan const& plan, SimulatedDevice& device) {
                                    modelName(snapshot.hardwareRevision), snapshot.name, snapshot.serial);
     if (!plan.userPassword.empty()) line += fmt::format("  user password \"{}\"", plan.userPassword);
     if (!plan.masterPassword.empty()) line += fmt::format("  master password \"{}\"", plan.masterPassword);
+    if (!plan.announced) line += "  silent";
     return line + "  " + deviceLink(device);
 }
 

@@ -89,6 +89,11 @@ constexpr Key kKeys[] = {
          if (why.empty()) s.seed = seed;
          return why;
      }},
+    {"silent", false,
+     [](DevicePlan& s, std::string_view) {
+         s.announced = false;
+         return std::string();
+     }},
     {"drop", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.dropFraction, v); }},
     {"corrupt", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.corruptFraction, v); }},
     {"delay", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.delayFraction, v); }},

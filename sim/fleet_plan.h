@@ -47,6 +47,9 @@ struct DevicePlan {
     uint32_t logIntervalSeconds = kDefaultLogIntervalSeconds;
     uint32_t historyDays = kDefaultHistoryDays;
     uint32_t address = 0;  // host order
+    /// False: the device sends no LAN announcements and is found only by its
+    /// address or through the hub, like a device on a far-away network.
+    bool announced = true;
     FaultSettings faults;
 };
 
@@ -66,8 +69,8 @@ struct DevicePlanResult {
 
 /// Reads "MODEL[,key=value...]": MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi),
 /// then any of name=, serial= (hex), user=, master=, interval= (s), history=
-/// (days), seed=, drop=, corrupt=, delay= (fractions), delay-ms=, close-after=
-/// (bytes), bandwidth= (bytes/s) and stall. What the text leaves out is taken
+/// (days), seed=, silent, drop=, corrupt=, delay= (fractions), delay-ms=,
+/// close-after= (bytes), bandwidth= (bytes/s) and stall. What the text leaves out is taken
 /// from `defaults`. Values cannot contain commas.
 DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaults);
 

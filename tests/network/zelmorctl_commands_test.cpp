@@ -184,7 +184,8 @@ TEST_P(ZelmorctlCommands, UpdatesTheFirmwareAndReboots) {
 }
 
 TEST(ZelmorctlScan, ListsEveryAnnouncingDeviceOnce) {
-    SimFleet fleet({"--device", "K", "--device", "V", "--no-hub"});
+    // The third device is silent: only its link or address finds it.
+    SimFleet fleet({"--device", "K", "--device", "V", "--device", "V,silent", "--no-hub"});
     ProgramRun const scan = zelmorctl({"--json", "scan", "--seconds", "3"});
     ASSERT_EQ(scan.status, 0) << scan.err;
     auto const seen = jsonLines(scan);

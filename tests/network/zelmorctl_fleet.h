@@ -49,6 +49,12 @@ public:
 
     Device const& device(size_t index) const { return devices_.at(index); }
 
+    /// Ends the simulator at once, as a crash or a pulled plug would.
+    void kill() {
+        process_->signal(SIGKILL);
+        process_->wait(std::chrono::seconds(30));
+    }
+
 private:
     std::unique_ptr<ChildProcess> process_;
     std::vector<Device> devices_;

@@ -1,9 +1,12 @@
-// A GATT client on a socket-pair host with a scripted device behind it: the
-// client's link events, the notifications it delivers, and the database the
-// discovery scripts describe.
+// A GATT client on a socket-pair host with a scripted device behind it. A
+// script lists, in spaced hexadecimal, the ATT PDUs the client must send byte
+// for byte and what the device answers, in order. Also the client's link
+// events, the notifications it delivers, and the database the discovery
+// script describes.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -11,6 +14,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <stdexcept>
@@ -19,7 +23,6 @@
 #include <utility>
 #include <vector>
 
-#include "att_script.h"
 #include "bluetooth_le.h"
 #include "callback_result.h"
 #include "socket_pair_bluetooth_host.h"
@@ -34,7 +37,85 @@ using Characteristic = BluetoothLE::Characteristic;
 inline constexpr uint64_t kAddress = 0xC25A4C000001;
 inline constexpr auto kPatience = std::chrono::seconds(10);
 
-// The device database the discovery scripts describe, paged as a device
+struct AttStep {
+    bool fromClient;
+    std::string bytes;
+};
+using AttScript = std::vector<AttStep>;
+
+/// A PDU the client must send next.
+inline AttStep fromClient(std::string bytes) { return {true, std::move(bytes)}; }
+/// A PDU the device sends.
+inline AttStep toClient(std::string bytes) { return {false, std::move(bytes)}; }
+
+inline AttScript operator+(AttScript head, AttScript const& tail) {
+    head.insert(head.end(), tail.begin(), tail.end());
+    return head;
+}
+
+/// `count` bytes first, first + 1, ... in spaced hexadecimal, for long values.
+inline std::string byteRun(uint8_t first, size_t count) {
+    std::vector<uint8_t> bytes(count);
+    for (size_t i = 0; i < count; ++i) bytes[i] = static_cast<uint8_t>(first + i);
+    return hex(bytes);
+}
+
+/// The device's end of one connection. Owns the descriptor.
+class AttPeer {
+public:
+    explicit AttPeer(int socket) : socket_(socket) {}
+    AttPeer(AttPeer const&) = delete;
+    AttPeer& operator=(AttPeer const&) = delete;
+    ~AttPeer() { close(); }
+
+    void close() {
+        if (socket_ >= 0) ::close(std::exchange(socket_, -1));
+    }
+
+    void send(std::string const& bytes) {
+        std::vector<uint8_t> const pdu = fromHex(bytes);
+        ASSERT_EQ(::send(socket_, pdu.data(), pdu.size(), MSG_NOSIGNAL), static_cast<ssize_t>(pdu.size()));
+    }
+
+    /// The client's next PDU; nothing when none comes in time or the client closed.
+    std::optional<std::vector<uint8_t>> receive() {
+        auto const deadline = std::chrono::steady_clock::now() + kPatience;
+        pollfd ready{socket_, POLLIN, 0};
+        while (std::chrono::steady_clock::now() < deadline) {
+            if (::poll(&ready, 1, 50) <= 0) continue;
+            if ((ready.revents & POLLIN) == 0) return std::nullopt;
+            uint8_t buffer[1024];
+            ssize_t const received = ::recv(socket_, buffer, sizeof buffer, 0);
+            if (received <= 0) return std::nullopt;
+            return std::vector<uint8_t>(buffer, buffer + received);
+        }
+        return std::nullopt;
+    }
+
+    /// Plays the script; the first difference fails with both PDUs in hexadecimal.
+    testing::AssertionResult play(AttScript const& script) {
+        for (size_t i = 0; i < script.size(); ++i) {
+            AttStep const& step = script[i];
+            if (!step.fromClient) {
+                send(step.bytes);
+                continue;
+            }
+            std::string const expected = hex(fromHex(step.bytes));
+            std::optional<std::vector<uint8_t>> const got = receive();
+            if (!got)
+                return testing::AssertionFailure() << "step " << i << ": expected [" << expected << "], got nothing";
+            if (hex(*got) != expected)
+                return testing::AssertionFailure()
+                       << "step " << i << ":\n  expected [" << expected << "]\n  got      [" << hex(*got) << "]";
+        }
+        return testing::AssertionSuccess();
+    }
+
+private:
+    int socket_;
+};
+
+// The device database the discovery script describes, paged as a device
 // might page it:
 //   0x0001-0x0007 service 180f
 //     0x0002 characteristic 2a1a, read|write, value 0x0003, no CCCD
@@ -47,30 +128,20 @@ inline std::string deviceUuid(char const* number) {
 }
 
 // clang-format off
-inline AttScript const kServicesStep = {
+inline AttScript const kDiscovery = {
     fromClient("10 01 00 ff ff 00 28"), toClient("11 06 01 00 07 00 0f 18"),
     fromClient("10 08 00 ff ff 00 28"), toClient("11 14 10 00 18 00 " + deviceUuid("00")),
     fromClient("10 19 00 ff ff 00 28"), toClient("01 10 19 00 0a"),
-};
-inline AttScript const kCharacteristicsStep = {
     fromClient("08 01 00 ff ff 03 28"), toClient("09 07 02 00 0a 03 00 1a 2a 04 00 12 05 00 19 2a"),
     fromClient("08 05 00 ff ff 03 28"), toClient("09 15 11 00 20 12 00 " + deviceUuid("01")),
     fromClient("08 12 00 ff ff 03 28"), toClient("09 15 14 00 3e 15 00 " + deviceUuid("02")),
     fromClient("08 15 00 ff ff 03 28"), toClient("01 08 15 00 0a"),
-};
-inline AttScript const kDescriptorsStep = {
     fromClient("08 01 00 ff ff 02 29"), toClient("09 04 06 00 00 00 13 00 00 00"),
     fromClient("08 14 00 ff ff 02 29"), toClient("09 04 16 00 00 00"),
     fromClient("08 17 00 ff ff 02 29"), toClient("01 08 17 00 0a"),
 };
 // clang-format on
-inline AttScript const kDiscovery = kServicesStep + kCharacteristicsStep + kDescriptorsStep;
 inline AttScript const kMtuRequest = {fromClient("02 f7 00")};
-
-template <class Condition>
-bool waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& changed, Condition condition) {
-    return changed.wait_for(lock, kPatience, condition);
-}
 
 // For states nobody signals: the host's held connection.
 template <class Condition>
@@ -83,62 +154,33 @@ bool eventually(Condition condition) {
     return true;
 }
 
-class LinkEvents {
+// What the client reports from its connection thread, in order.
+template <class T>
+class Reports {
 public:
-    void connected() {
+    void add(T item) {
         std::lock_guard lock(mutex_);
-        ++connections_;
+        items_.push_back(std::move(item));
         changed_.notify_all();
     }
-    void disconnected(Reason reason) {
-        std::lock_guard lock(mutex_);
-        reasons_.push_back(reason);
-        changed_.notify_all();
-    }
-    bool waitConnections(size_t count) {
+    /// All reports once there are `count`, or when no more come in time.
+    std::vector<T> wait(size_t count) {
         std::unique_lock lock(mutex_);
-        return waitUntil(lock, changed_, [&] { return connections_ >= count; });
+        changed_.wait_for(lock, kPatience, [&] { return items_.size() >= count; });
+        return items_;
     }
-    /// The reason the count-th link ended with.
-    std::optional<Reason> waitEnd(size_t count = 1) {
-        std::unique_lock lock(mutex_);
-        if (!waitUntil(lock, changed_, [&] { return reasons_.size() >= count; })) return std::nullopt;
-        return reasons_[count - 1];
+    /// The count-th report.
+    std::optional<T> nth(size_t count) {
+        std::vector<T> const items = wait(count);
+        if (items.size() < count) return std::nullopt;
+        return items[count - 1];
     }
-    size_t connections() {
-        std::lock_guard lock(mutex_);
-        return connections_;
-    }
-    std::vector<Reason> reasons() {
-        std::lock_guard lock(mutex_);
-        return reasons_;
-    }
+    std::vector<T> all() { return wait(0); }
 
 private:
     std::mutex mutex_;
     std::condition_variable changed_;
-    size_t connections_ = 0;
-    std::vector<Reason> reasons_;
-};
-
-// Notifications and indications as "handle: bytes".
-class Notifications {
-public:
-    void add(uint16_t handle, uint8_t const* data, size_t length) {
-        std::lock_guard lock(mutex_);
-        received_.push_back(std::to_string(handle) + ": " + hex(data, length));
-        changed_.notify_all();
-    }
-    std::vector<std::string> wait(size_t count) {
-        std::unique_lock lock(mutex_);
-        waitUntil(lock, changed_, [&] { return received_.size() >= count; });
-        return received_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<std::string> received_;
+    std::vector<T> items_;
 };
 
 inline Characteristic& characteristicOf(BluetoothLE& ble, uint16_t valueHandle) {
@@ -158,9 +200,19 @@ std::string thrownBy(Operation operation) {
     return "nothing thrown";
 }
 
-// One client on a socket-pair host, its link events and notifications.
+/// The device's end of a connection the host handed over, and the address the
+/// client connected to.
+struct Connection {
+    std::shared_ptr<AttPeer> peer;
+    uint64_t address;
+    bool publicAddress;
+};
+
+// One client on a socket-pair host, the connections it made and what it
+// reports: links up, how they ended, and notifications and indications as
+// "handle: bytes".
 struct ScriptedLink {
-    AttPeers peers;
+    Reports<Connection> peers;
     std::atomic<bool> refuseNext{false};
     // Sent by the device before the client has seen its link come up.
     std::string greeting;
@@ -173,28 +225,30 @@ struct ScriptedLink {
             std::vector<uint8_t> const pdu = fromHex(greeting);
             ::send(socket, pdu.data(), pdu.size(), MSG_NOSIGNAL);
         }
-        peers.adopt(socket, address, publicAddress);
+        peers.add({std::make_shared<AttPeer>(socket), address, publicAddress});
     }};
-    LinkEvents events;
-    Notifications notifications;
+    Reports<bool> connections;
+    Reports<Reason> ends;
+    Reports<std::string> notifications;
     BluetoothLE ble{host};
 
     ScriptedLink() {
-        ble.setConnectedCallback([this] { events.connected(); });
-        ble.setDisconnectedCallback([this](Reason reason) { events.disconnected(reason); });
+        ble.setConnectedCallback([this] { connections.add(true); });
+        ble.setDisconnectedCallback([this](Reason reason) { ends.add(reason); });
     }
 
     /// The device's end, once the link is up.
-    AttPeer connect() {
-        size_t const before = events.connections();
+    std::shared_ptr<AttPeer> connect() {
+        size_t const links = connections.all().size();
+        size_t const before = peers.all().size();
         ble.connect(kAddress, false);
-        std::optional<AttPeers::Connection> connection = peers.next();
+        std::optional<Connection> connection = peers.nth(before + 1);
         if (!connection) {
             ADD_FAILURE() << "the client never connected";
-            return AttPeer(-1);
+            return std::make_shared<AttPeer>(-1);
         }
-        EXPECT_TRUE(events.waitConnections(before + 1));
-        return std::move(connection->peer);
+        EXPECT_TRUE(connections.nth(links + 1));
+        return connection->peer;
     }
 
     /// Discovers kDiscovery's database; every characteristic reports to notifications.
@@ -205,7 +259,7 @@ struct ScriptedLink {
                 for (auto& characteristic : service.characteristics)
                     characteristic.handler = [this, handle = characteristic.valueHandle](uint8_t const* data,
                                                                                          size_t length) {
-                        notifications.add(handle, data, length);
+                        notifications.add(std::to_string(handle) + ": " + hex(data, length));
                     };
             done();
         });

@@ -1,7 +1,9 @@
+// Bluetooth UUIDs: text forms, the 128-bit wire form and equality.
 #include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "ble_uuid.h"
 #include "test_bytes.h"
@@ -12,17 +14,22 @@ constexpr char const* kDeviceService = "ec7c0000-2c7b-1539-172f-29d041beab3e";
 // The same UUID least significant byte first, as discovery answers carry it.
 constexpr char const* kDeviceServiceWire = "3e ab be 41 d0 29 2f 17 39 15 7b 2c 00 00 7c ec";
 
-TEST(BleUuid, ParsesShortAndLongTexts) {
+TEST(BleUuid, ParsesAndWritesShortAndLongTexts) {
+    constexpr char const* kBase = "-0000-1000-8000-00805f9b34fb";
     struct Case {
         char const* text;
         bool is16Bit;
         uint16_t value16;
         char const* wire;
+        std::string written;
+        std::string written128;
     } const cases[] = {
-        {"180f", true, 0x180F, "fb 34 9b 5f 80 00 00 80 00 10 00 00 0f 18 00 00"},
-        {"2A19", true, 0x2A19, "fb 34 9b 5f 80 00 00 80 00 10 00 00 19 2a 00 00"},
-        {kDeviceService, false, 0, kDeviceServiceWire},
-        {"EC7C0000-2C7B-1539-172F-29D041BEAB3E", false, 0, kDeviceServiceWire},
+        {"180f", true, 0x180F, "fb 34 9b 5f 80 00 00 80 00 10 00 00 0f 18 00 00", "180f",
+         "0000180f" + std::string(kBase)},
+        {"2A19", true, 0x2A19, "fb 34 9b 5f 80 00 00 80 00 10 00 00 19 2a 00 00", "2a19",
+         "00002a19" + std::string(kBase)},
+        {kDeviceService, false, 0, kDeviceServiceWire, kDeviceService, kDeviceService},
+        {"EC7C0000-2C7B-1539-172F-29D041BEAB3E", false, 0, kDeviceServiceWire, kDeviceService, kDeviceService},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.text);
@@ -31,6 +38,8 @@ TEST(BleUuid, ParsesShortAndLongTexts) {
         EXPECT_EQ(uuid->is16Bit(), c.is16Bit);
         EXPECT_EQ(uuid->value16(), c.value16);
         EXPECT_EQ(hex(uuid->wireBytes128()), c.wire);
+        EXPECT_EQ(uuid->toString(), c.written);
+        EXPECT_EQ(uuid->toString128(), c.written128);
     }
 }
 
@@ -50,15 +59,6 @@ TEST(BleUuid, RejectsOtherTexts) {
         "{ec7c0000-2c7b-1539-172f-29d041beab}",
     };
     for (char const* text : cases) EXPECT_FALSE(BleUUID::parse(text)) << text;
-}
-
-TEST(BleUuid, WritesShortAndLongForms) {
-    BleUUID const battery(0x180F);
-    EXPECT_EQ(battery.toString(), "180f");
-    EXPECT_EQ(battery.toString128(), "0000180f-0000-1000-8000-00805f9b34fb");
-    BleUUID const device = *BleUUID::parse("EC7C0000-2C7B-1539-172F-29D041BEAB3E");
-    EXPECT_EQ(device.toString(), kDeviceService);
-    EXPECT_EQ(device.toString128(), kDeviceService);
 }
 
 TEST(BleUuid, ReadsWireBytesLeastSignificantFirst) {

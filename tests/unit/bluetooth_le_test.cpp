@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,133 +16,122 @@ namespace {
 
 using namespace gatttest;
 
-TEST(BluetoothLEMtu, TakesTheDevicesMtuCappedAt512WhateverWasAsked) {
+// The client takes the device's MTU capped at 512, whatever it asked, and
+// answers the device's own request with 512, also one waiting as the link
+// comes up: that comes with the connection's edge, which is not reported again.
+TEST(BluetoothLEMtu, TakesTheDevicesMtuCappedAt512) {
+    enum Asking { Client, Device, DeviceFirst };
     struct Case {
-        char const* answer;
+        Asking asking;
+        char const* pdu;
         uint16_t mtu;
-    } const cases[] = {{"03 58 02", 512}, {"03 64 00", 100}, {"03 00 02", 512}, {"03 01 02", 512}, {"03 f7 00", 247}};
+    } const cases[] = {
+        {Client, "03 58 02", 512}, {Client, "03 64 00", 100}, {Client, "03 00 02", 512},
+        {Client, "03 01 02", 512}, {Client, "03 f7 00", 247}, {Device, "02 58 02", 512},
+        {Device, "02 64 00", 100}, {Device, "02 00 02", 512}, {DeviceFirst, "02 64 00", 100},
+    };
     for (auto const& c : cases) {
-        SCOPED_TRACE(c.answer);
+        SCOPED_TRACE(testing::Message() << c.asking << ": " << c.pdu);
         ScriptedLink link;
-        AttPeer peer = link.connect();
-        EXPECT_EQ(link.ble.mtu(), BluetoothLE::kDefaultMtu);
-        CallbackResult<> done;
-        link.ble.exchangeMtu(247, done.callback());
-        ASSERT_TRUE(peer.play(kMtuRequest + AttScript{toClient(c.answer)}));
-        done.get(kPatience);
-        EXPECT_EQ(link.ble.mtu(), c.mtu);
-    }
-}
-
-TEST(BluetoothLEMtu, AnswersTheDevicesRequestWith512) {
-    struct Case {
-        char const* request;
-        uint16_t mtu;
-    } const cases[] = {{"02 58 02", 512}, {"02 64 00", 100}, {"02 00 02", 512}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.request);
-        ScriptedLink link;
-        AttPeer peer = link.connect();
-        ASSERT_TRUE(peer.play({toClient(c.request), fromClient("03 00 02")}));
+        if (c.asking == DeviceFirst) link.greeting = c.pdu;
+        auto const peer = link.connect();
+        if (c.asking == Client) {
+            EXPECT_EQ(link.ble.mtu(), BluetoothLE::kDefaultMtu);
+            CallbackResult<> done;
+            link.ble.exchangeMtu(247, done.callback());
+            ASSERT_TRUE(peer->play(kMtuRequest + AttScript{toClient(c.pdu)}));
+            done.get(kPatience);
+        } else {
+            if (c.asking == Device) peer->send(c.pdu);
+            ASSERT_TRUE(peer->play({fromClient("03 00 02")}));
+        }
         EXPECT_EQ(link.ble.mtu(), c.mtu);
         EXPECT_EQ(link.ble.state(), State::Connected);
     }
 }
 
-// It comes with the connection's edge, which is not reported again.
-TEST(BluetoothLEMtu, RequestWaitingWhenTheLinkComesUpIsAnswered) {
+// Unknown handles are ignored, indications confirmed before delivery, a
+// multiple-value notification delivered up to a truncated entry, and all that
+// came before the hang-up delivered.
+TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
     ScriptedLink link;
-    link.greeting = "02 64 00";
-    AttPeer peer = link.connect();
-    ASSERT_TRUE(peer.play({fromClient("03 00 02")}));
-    EXPECT_EQ(link.ble.mtu(), 100);
-}
-
-TEST(BluetoothLEMtu, MalformedRequestFromTheDeviceEndsTheLink) {
-    for (char const* request : {"02 64 00 00", "02 64", "02"}) {
-        SCOPED_TRACE(request);
-        ScriptedLink link;
-        AttPeer peer = link.connect();
-        peer.send(request);
-        EXPECT_EQ(link.events.waitEnd(), Reason::ErrorResponse);
-    }
-}
-
-TEST(BluetoothLENotifications, IgnoresUnknownHandlesAndDeliversKnownOnes) {
-    ScriptedLink link;
-    AttPeer peer = link.connect();
-    link.discover(peer);
-    peer.send("1b 09 00 aa");
-    peer.send("1b 05 00 01 02");
-    peer.send("1b 03 00");
-    EXPECT_EQ(link.notifications.wait(2), (std::vector<std::string>{"5: 01 02", "3: "}));
+    auto const peer = link.connect();
+    link.discover(*peer);
+    peer->send("1b 09 00 aa");
+    peer->send("1b 05 00 01 02");
+    peer->send("1b 03 00");
+    ASSERT_TRUE(peer->play({toClient("1d 15 00 07 08"), fromClient("1e")}));
+    peer->send("23 05 00 02 00 aa bb 09 00 01 00 99 12 00 01 00 cc 15 00 05 00 dd");
+    link.notifications.wait(5);
     EXPECT_EQ(link.ble.state(), State::Connected);
+    peer->send("1b 12 00 02");
+    peer->close();
+    EXPECT_EQ(link.ends.nth(1), Reason::LinkLost);
+    EXPECT_EQ(link.notifications.wait(6),
+              (std::vector<std::string>{"5: 01 02", "3: ", "21: 07 08", "5: aa bb", "18: cc", "18: 02"}));
 }
 
-TEST(BluetoothLENotifications, ConfirmsIndicationsBeforeDeliveringThem) {
-    ScriptedLink link;
-    AttPeer peer = link.connect();
-    link.discover(peer);
-    ASSERT_TRUE(peer.play({toClient("1d 15 00 07 08"), fromClient("1e")}));
-    EXPECT_EQ(link.notifications.wait(1), (std::vector<std::string>{"21: 07 08"}));
-}
-
-TEST(BluetoothLENotifications, DeliversMultipleValuesUpToATruncatedEntry) {
-    ScriptedLink link;
-    AttPeer peer = link.connect();
-    link.discover(peer);
-    peer.send("23 05 00 02 00 aa bb 09 00 01 00 99 12 00 01 00 cc 15 00 05 00 dd");
-    peer.send("1b 03 00 ee");
-    EXPECT_EQ(link.notifications.wait(3), (std::vector<std::string>{"5: aa bb", "18: cc", "3: ee"}));
-}
-
-TEST(BluetoothLENotifications, DeliversWhatCameBeforeTheHangUp) {
-    ScriptedLink link;
-    AttPeer peer = link.connect();
-    link.discover(peer);
-    peer.send("1b 05 00 01");
-    peer.send("1b 12 00 02");
-    peer.close();
-    EXPECT_EQ(link.events.waitEnd(), Reason::LinkLost);
-    EXPECT_EQ(link.notifications.wait(2), (std::vector<std::string>{"5: 01", "18: 02"}));
-}
-
-// Each case runs on a discovered link; the device's side of it ends the link.
 TEST(BluetoothLEProtocol, EndsTheLinkOnViolationsAndErrorResponses) {
+    enum Start { Discovered, Fresh, Discovering };  // Discovering: after the first services request
+    Action const read = [](BluetoothLE& ble) { characteristicOf(ble, 3).read({}); };
+    Action const write = [](BluetoothLE& ble) { characteristicOf(ble, 0x15).write({1}, {}); };
+    AttScript const oneService = {toClient("11 06 01 00 ff ff 0f 18"), fromClient("08 01 00 ff ff 03 28")};
     struct Case {
         char const* name;
+        Start start;
         Action act;
         AttScript script;
         Reason reason;
     } const cases[] = {
-        {"notification shorter than 3 bytes", {}, {toClient("1b 03")}, Reason::ProtocolViolation},
-        {"indication shorter than 3 bytes", {}, {toClient("1d 15")}, Reason::ProtocolViolation},
-        {"answer with nothing pending", {}, {toClient("0b 01 02")}, Reason::ProtocolViolation},
-        {"answer of the wrong opcode", exchangeMtu247, kMtuRequest + AttScript{toClient("0b 00")},
+        {"notification shorter than 3 bytes", Discovered, nullptr, AttScript{toClient("1b 03")},
          Reason::ProtocolViolation},
-        {"error response for another request", exchangeMtu247, kMtuRequest + AttScript{toClient("01 0a 03 00 0a")},
+        {"indication shorter than 3 bytes", Discovered, nullptr, AttScript{toClient("1d 15")},
          Reason::ProtocolViolation},
-        {"error response cut short", exchangeMtu247, kMtuRequest + AttScript{toClient("01 02 00")},
+        {"answer with nothing pending", Discovered, nullptr, AttScript{toClient("0b 01 02")},
          Reason::ProtocolViolation},
-        {"error response to the MTU exchange", exchangeMtu247, kMtuRequest + AttScript{toClient("01 02 00 00 06")},
+        {"answer of the wrong opcode", Discovered, exchangeMtu247, kMtuRequest + AttScript{toClient("0b 00")},
+         Reason::ProtocolViolation},
+        {"error response for another request", Discovered, exchangeMtu247,
+         kMtuRequest + AttScript{toClient("01 0a 03 00 0a")}, Reason::ProtocolViolation},
+        {"error response cut short", Discovered, exchangeMtu247, kMtuRequest + AttScript{toClient("01 02 00")},
+         Reason::ProtocolViolation},
+        {"error response to the MTU exchange", Discovered, exchangeMtu247,
+         kMtuRequest + AttScript{toClient("01 02 00 00 06")}, Reason::ErrorResponse},
+        {"error response to a read", Discovered, read, AttScript{fromClient("0a 03 00"), toClient("01 0a 03 00 02")},
          Reason::ErrorResponse},
-        {"error response to a read",
-         [](BluetoothLE& ble) { characteristicOf(ble, 3).read({}); },
-         {fromClient("0a 03 00"), toClient("01 0a 03 00 02")},
-         Reason::ErrorResponse},
-        {"error response to a write",
-         [](BluetoothLE& ble) { characteristicOf(ble, 0x15).write({1}, {}); },
-         {fromClient("12 15 00 01"), toClient("01 12 15 00 03")},
+        {"error response to a write", Discovered, write,
+         AttScript{fromClient("12 15 00 01"), toClient("01 12 15 00 03")}, Reason::ErrorResponse},
+        {"MTU request too long", Fresh, nullptr, AttScript{toClient("02 64 00 00")}, Reason::ErrorResponse},
+        {"MTU request too short", Fresh, nullptr, AttScript{toClient("02 64")}, Reason::ErrorResponse},
+        {"MTU request without its MTU", Fresh, nullptr, AttScript{toClient("02")}, Reason::ErrorResponse},
+        {"group page not a whole number of entries", Discovering, nullptr,
+         AttScript{toClient("11 06 01 00 07 00 0f 18 01")}, Reason::ProtocolViolation},
+        {"group entries of 7 bytes", Discovering, nullptr, AttScript{toClient("11 07 01 00 07 00 0f 18 00")},
+         Reason::ProtocolViolation},
+        {"group page without entries", Discovering, nullptr, AttScript{toClient("11 06")}, Reason::ProtocolViolation},
+        {"declarations of 6 bytes", Discovering, nullptr, oneService + AttScript{toClient("09 06 02 00 12 03 00 19")},
+         Reason::ProtocolViolation},
+        {"declaration page not a whole number of entries", Discovering, nullptr,
+         oneService + AttScript{toClient("09 07 02 00 12 03 00 19 2a 05")}, Reason::ProtocolViolation},
+        {"descriptors of 5 bytes", Discovering, nullptr,
+         oneService + AttScript{toClient("01 08 01 00 0a"), fromClient("08 01 00 ff ff 02 29"),
+                                toClient("09 05 04 00 00 00 00")},
+         Reason::ProtocolViolation},
+        {"discovery error other than Attribute Not Found", Discovering, nullptr, AttScript{toClient("01 10 01 00 02")},
          Reason::ErrorResponse},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
         ScriptedLink link;
-        AttPeer peer = link.connect();
-        link.discover(peer);
+        auto const peer = link.connect();
+        if (c.start == Discovered) link.discover(*peer);
         if (c.act) c.act(link.ble);
-        ASSERT_TRUE(peer.play(c.script));
-        EXPECT_EQ(link.events.waitEnd(), c.reason);
+        if (c.start == Discovering) {
+            link.ble.discoverServices({});
+            ASSERT_TRUE(peer->play({fromClient("10 01 00 ff ff 00 28")}));
+        }
+        ASSERT_TRUE(peer->play(c.script));
+        EXPECT_EQ(link.ends.nth(1), c.reason);
     }
 }
 
@@ -155,7 +145,7 @@ TEST(BluetoothLERssi, ComesFromTheAdapterOnlyWhileConnected) {
     EXPECT_EQ(link.ble.state(), State::Connecting);
     EXPECT_EQ(thrownBy([&] { link.ble.getRssi(); }), BluetoothLE::kInvalidState);
     link.host.holdConnections(false);
-    ASSERT_TRUE(link.events.waitConnections(1));
+    ASSERT_TRUE(link.connections.nth(1));
     link.host.setRssi(-42);
     EXPECT_EQ(link.ble.getRssi(), -42);
     link.host.setRssi(-42, false);
@@ -166,12 +156,12 @@ TEST(BluetoothLERssi, ComesFromTheAdapterOnlyWhileConnected) {
 // waits in vain and ends the link.
 TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
     ScriptedLink link;
-    AttPeer peer = link.connect();
-    link.discover(peer);
+    auto const peer = link.connect();
+    link.discover(*peer);
     Characteristic& characteristic = characteristicOf(link.ble, 0x15);
     std::vector<uint8_t> const value(20, 0xC3);
     auto const deadline = std::chrono::steady_clock::now() + 3 * kPatience;
-    while (link.events.reasons().empty() && std::chrono::steady_clock::now() < deadline) {
+    while (link.ends.all().empty() && std::chrono::steady_clock::now() < deadline) {
         try {
             characteristic.writeWithoutResponse(value.data(), value.size());
         } catch (BluetoothLE::Exception const& e) {
@@ -179,89 +169,83 @@ TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
             break;
         }
     }
-    EXPECT_EQ(link.events.waitEnd(), Reason::WriteFailed);
-    EXPECT_EQ(link.events.reasons().size(), 1u);
+    EXPECT_EQ(link.ends.nth(1), Reason::WriteFailed);
+    EXPECT_EQ(link.ends.all().size(), 1u);
 }
 
 TEST(BluetoothLELink, ReportsHowEachLinkEndedExactlyOnce) {
     struct Case {
         char const* name;
-        std::function<void(ScriptedLink&, AttPeer&)> end;
+        std::function<void(ScriptedLink&)> end;
         Reason reason;
+        size_t connections;
     } const cases[] = {
-        {"peer closes", [](ScriptedLink&, AttPeer& peer) { peer.close(); }, Reason::LinkLost},
-        {"disconnect()", [](ScriptedLink& link, AttPeer&) { link.ble.disconnect(); }, Reason::ClosedLocally},
-        {"peer closes after discovery",
-         [](ScriptedLink& link, AttPeer& peer) {
-             link.discover(peer);
-             peer.close();
+        {"peer closes", [](ScriptedLink& link) { link.connect()->close(); }, Reason::LinkLost, 1},
+        {"disconnect()",
+         [](ScriptedLink& link) {
+             link.connect();
+             link.ble.disconnect();
          },
-         Reason::LinkLost},
+         Reason::ClosedLocally, 1},
+        {"peer closes after discovery",
+         [](ScriptedLink& link) {
+             auto const peer = link.connect();
+             link.discover(*peer);
+             peer->close();
+         },
+         Reason::LinkLost, 1},
+        {"peer closes while connecting",
+         [](ScriptedLink& link) {
+             link.refuseNext = true;
+             link.ble.connect(kAddress, false);
+         },
+         Reason::NeverConnected, 0},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
         ScriptedLink link;
-        AttPeer peer = link.connect();
-        c.end(link, peer);
-        EXPECT_EQ(link.events.waitEnd(), c.reason);
+        c.end(link);
+        EXPECT_EQ(link.ends.nth(1), c.reason);
         EXPECT_EQ(link.ble.state(), State::Disconnected);
         // Waits for the connection thread, so no second report can follow.
         link.ble.disconnect();
-        EXPECT_EQ(link.events.reasons(), std::vector<Reason>{c.reason});
-        EXPECT_EQ(link.events.connections(), 1u);
+        EXPECT_EQ(link.ends.all(), std::vector<Reason>{c.reason});
+        EXPECT_EQ(link.connections.all().size(), c.connections);
     }
 }
 
-TEST(BluetoothLELink, PeerClosingWhileConnectingIsAFailedAttempt) {
+// The second link comes from the disconnected callback itself and starts
+// afresh: the default MTU and an empty queue.
+TEST(BluetoothLELink, ReconnectsFromItsOwnDisconnectedCallback) {
     ScriptedLink link;
-    link.refuseNext = true;
-    link.ble.connect(kAddress, false);
-    EXPECT_EQ(link.events.waitEnd(), Reason::NeverConnected);
-    link.ble.disconnect();
-    EXPECT_EQ(link.events.reasons(), std::vector<Reason>{Reason::NeverConnected});
-    EXPECT_EQ(link.events.connections(), 0u);
-}
-
-TEST(BluetoothLELink, ReconnectsWithTheDefaultMtuAndAnEmptyQueue) {
-    ScriptedLink link;
-    AttPeer first = link.connect();
+    link.ble.setDisconnectedCallback([&link](Reason reason) {
+        link.ends.add(reason);
+        if (reason == Reason::LinkLost) link.ble.connect(kAddress, true);
+    });
+    auto const first = link.connect();
     CallbackResult<> exchanged;
     link.ble.exchangeMtu(100, exchanged.callback());
-    ASSERT_TRUE(first.play({fromClient("02 64 00"), toClient("03 64 00")}));
+    ASSERT_TRUE(first->play({fromClient("02 64 00"), toClient("03 64 00")}));
     exchanged.get(kPatience);
     EXPECT_EQ(link.ble.mtu(), 100);
     link.ble.exchangeMtu(247, {});
-    ASSERT_TRUE(first.play(kMtuRequest));
-    first.close();
-    ASSERT_EQ(link.events.waitEnd(1), Reason::LinkLost);
+    ASSERT_TRUE(first->play(kMtuRequest));
+    first->close();
 
-    AttPeer second = link.connect();
+    std::optional<Connection> const second = link.peers.nth(2);
+    ASSERT_TRUE(second);
+    EXPECT_TRUE(second->publicAddress);
+    ASSERT_TRUE(link.connections.nth(2));
     EXPECT_EQ(link.ble.mtu(), BluetoothLE::kDefaultMtu);
     // Were the unanswered request still queued, this one would wait behind it.
     CallbackResult<> again;
     link.ble.exchangeMtu(48, again.callback());
-    ASSERT_TRUE(second.play({fromClient("02 30 00"), toClient("03 30 00")}));
+    ASSERT_TRUE(second->peer->play({fromClient("02 30 00"), toClient("03 30 00")}));
     again.get(kPatience);
     EXPECT_EQ(link.ble.mtu(), 48);
     link.ble.disconnect();
-    EXPECT_EQ(link.events.reasons(), (std::vector<Reason>{Reason::LinkLost, Reason::ClosedLocally}));
-    EXPECT_EQ(link.events.connections(), 2u);
-}
-
-TEST(BluetoothLELink, ReconnectsFromItsOwnDisconnectedCallback) {
-    ScriptedLink link;
-    link.ble.setDisconnectedCallback([&link](Reason reason) {
-        link.events.disconnected(reason);
-        if (reason == Reason::LinkLost) link.ble.connect(kAddress, true);
-    });
-    AttPeer first = link.connect();
-    first.close();
-    std::optional<AttPeers::Connection> second = link.peers.next();
-    ASSERT_TRUE(second);
-    EXPECT_TRUE(second->publicAddress);
-    ASSERT_TRUE(link.events.waitConnections(2));
-    link.ble.disconnect();
-    EXPECT_EQ(link.events.reasons(), (std::vector<Reason>{Reason::LinkLost, Reason::ClosedLocally}));
+    EXPECT_EQ(link.ends.all(), (std::vector<Reason>{Reason::LinkLost, Reason::ClosedLocally}));
+    EXPECT_EQ(link.connections.all().size(), 2u);
 }
 
 TEST(BluetoothLELink, ConnectsToTheAddressOfTheText) {
@@ -283,18 +267,11 @@ TEST(BluetoothLELink, ConnectsToTheAddressOfTheText) {
         publicAddress = !publicAddress;
         ScriptedLink link;
         link.ble.connect(c.text, publicAddress);
-        std::optional<AttPeers::Connection> connection = link.peers.next();
+        std::optional<Connection> const connection = link.peers.nth(1);
         ASSERT_TRUE(connection);
         EXPECT_EQ(connection->address, c.address);
         EXPECT_EQ(connection->publicAddress, publicAddress);
     }
-}
-
-TEST(BluetoothLELink, ConnectWhileALinkIsUpIsMisuse) {
-    ScriptedLink link;
-    AttPeer peer = link.connect();
-    EXPECT_EQ(thrownBy([&] { link.ble.connect(kAddress, false); }), BluetoothLE::kInvalidState);
-    EXPECT_EQ(link.ble.state(), State::Connected);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <utility>
 
 #include "dbus_handles.h"
 #include "dbus_values.h"
@@ -87,8 +88,9 @@ TEST(DeviceProperties, EveryUsedPropertyLandsInItsField) {
         {"Alias", std::string("not the name")},
         {"Name", std::string("Zelmor")},
         {"Paired", false},
-        {"UUIDs",
-         std::vector<std::string>{"0000180f-0000-1000-8000-00805f9b34fb", "ec7c0000-2c7b-1539-172f-29d041beab3e"}},
+        // Unreadable UUIDs are left out.
+        {"UUIDs", std::vector<std::string>{"nonsense", "0000180f-0000-1000-8000-00805f9b34fb", "1234-5678",
+                                           "ec7c0000-2c7b-1539-172f-29d041beab3e"}},
         {"RSSI", int16_t{-55}},
         {"ManufacturerData", ManufacturerEntries{{0x04C9, payload}, {0x004C, {1, 2}}}},
     });
@@ -107,18 +109,6 @@ TEST(DeviceProperties, EveryUsedPropertyLandsInItsField) {
     EXPECT_EQ(hex(ad.manufacturerData[1].second), "01 02");
 }
 
-TEST(DeviceProperties, AbsentPropertiesKeepTheDefaults) {
-    Advertisement const ad = fromProperties({{"Paired", true}});
-    Advertisement const defaults;
-    EXPECT_FALSE(ad.hasAddress);
-    EXPECT_EQ(ad.address, defaults.address);
-    EXPECT_FALSE(ad.randomAddress);
-    EXPECT_EQ(ad.name, "");
-    EXPECT_TRUE(ad.serviceUuids.empty());
-    EXPECT_EQ(ad.rssi, -32768);
-    EXPECT_TRUE(ad.manufacturerData.empty());
-}
-
 TEST(DeviceProperties, AddressTypeOtherThanPublicMeansRandom) {
     struct Case {
         char const* type;
@@ -128,26 +118,10 @@ TEST(DeviceProperties, AddressTypeOtherThanPublicMeansRandom) {
         EXPECT_EQ(fromProperties({{"AddressType", std::string(c.type)}}).randomAddress, c.random) << c.type;
 }
 
-TEST(DeviceProperties, PropertiesOfAnUnexpectedTypeAreSkipped) {
-    Advertisement const ad = fromProperties({
-        {"Address", true},
-        {"Name", int16_t{7}},
-        {"RSSI", std::string("-40")},
-        {"UUIDs", std::string("180f")},
-        {"ManufacturerData", std::vector<std::string>{"04c9"}},
-        {"AddressType", int16_t{1}},
-    });
-    EXPECT_FALSE(ad.hasAddress);
-    EXPECT_EQ(ad.name, "");
-    EXPECT_EQ(ad.rssi, -32768);
-    EXPECT_TRUE(ad.serviceUuids.empty());
-    EXPECT_TRUE(ad.manufacturerData.empty());
-    EXPECT_FALSE(ad.randomAddress);
-}
-
-TEST(DeviceProperties, ManufacturerDataNestedOneLevelTooDeepIsSkipped) {
-    // a{sv} with ManufacturerData as an array of dictionaries (aa{qv}).
-    Arguments arguments([](DBusMessageIter* to) {
+// Absent properties, properties of an unexpected type and manufacturer data
+// nested one level too deep (aa{qv}) all leave the defaults.
+TEST(DeviceProperties, NothingUsableKeepsTheDefaults) {
+    Arguments nested([](DBusMessageIter* to) {
         DBusMessageIter dictionary, entry, variant, outer;
         dbus_message_iter_open_container(to, DBUS_TYPE_ARRAY, "{sv}", &dictionary);
         dbus_message_iter_open_container(&dictionary, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
@@ -159,39 +133,50 @@ TEST(DeviceProperties, ManufacturerDataNestedOneLevelTooDeepIsSkipped) {
         dbus_message_iter_close_container(&dictionary, &entry);
         dbus_message_iter_close_container(to, &dictionary);
     });
-    Advertisement ad;
-    readDeviceProperties(arguments.iter(), ad);
-    EXPECT_TRUE(ad.manufacturerData.empty());
+    Advertisement fromNested;
+    readDeviceProperties(nested.iter(), fromNested);
+    Advertisement const unexpected = fromProperties({
+        {"Address", true},
+        {"Name", int16_t{7}},
+        {"RSSI", std::string("-40")},
+        {"UUIDs", std::string("180f")},
+        {"ManufacturerData", std::vector<std::string>{"04c9"}},
+        {"AddressType", int16_t{1}},
+    });
+    std::pair<char const*, Advertisement> const cases[] = {
+        {"absent", fromProperties({{"Paired", true}})}, {"unexpected types", unexpected}, {"nested", fromNested}};
+    for (auto const& [name, ad] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_FALSE(ad.hasAddress);
+        EXPECT_EQ(ad.address, Advertisement{}.address);
+        EXPECT_FALSE(ad.randomAddress);
+        EXPECT_EQ(ad.name, "");
+        EXPECT_TRUE(ad.serviceUuids.empty());
+        EXPECT_EQ(ad.rssi, -32768);
+        EXPECT_TRUE(ad.manufacturerData.empty());
+    }
 }
 
-TEST(DeviceProperties, UnreadableServiceUuidsAreLeftOut) {
-    Advertisement const ad = fromProperties({{"UUIDs", std::vector<std::string>{"nonsense", "180f", "1234-5678"}}});
-    ASSERT_EQ(ad.serviceUuids.size(), 1u);
-    EXPECT_EQ(ad.serviceUuids[0], BleUUID(0x180f));
-}
-
-TEST(AddedInterfaces, DeviceAmongTheInterfacesIsRead) {
-    Arguments arguments([](DBusMessageIter* to) {
+TEST(AddedInterfaces, OnlyObjectsWithTheDeviceInterfaceAreRead) {
+    Arguments device([](DBusMessageIter* to) {
         appendText(to, kDevicePath, DBUS_TYPE_OBJECT_PATH);
         appendInterfaces(to, {{"org.freedesktop.DBus.Introspectable", {}},
                               {"org.bluez.Device1", {{"Name", std::string("Van")}, {"RSSI", int16_t{-70}}}}});
     });
     Advertisement ad;
-    ASSERT_TRUE(readAddedDevice(arguments.iter(), ad));
+    ASSERT_TRUE(readAddedDevice(device.iter(), ad));
     EXPECT_EQ(ad.objectPath, kDevicePath);
     EXPECT_EQ(ad.name, "Van");
     EXPECT_EQ(ad.rssi, -70);
-}
 
-TEST(AddedInterfaces, ObjectsWithoutDeviceInterfaceAreNotDevices) {
-    Arguments arguments([](DBusMessageIter* to) {
+    Arguments adapter([](DBusMessageIter* to) {
         appendText(to, "/org/bluez/hci1", DBUS_TYPE_OBJECT_PATH);
         appendInterfaces(to, {{"org.bluez.Adapter1", {{"Name", std::string("host")}}}});
     });
-    Advertisement ad;
-    EXPECT_FALSE(readAddedDevice(arguments.iter(), ad));
-    EXPECT_EQ(ad.name, "");
-    EXPECT_EQ(ad.objectPath, "");
+    Advertisement notDevice;
+    EXPECT_FALSE(readAddedDevice(adapter.iter(), notDevice));
+    EXPECT_EQ(notDevice.name, "");
+    EXPECT_EQ(notDevice.objectPath, "");
 }
 
 TEST(ManagedObjects, ObjectsAreSelectedByInterface) {

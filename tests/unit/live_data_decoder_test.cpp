@@ -1,5 +1,6 @@
 // The live readings pushed by the Bluetooth LE models: byte-exact frames of
-// both forms, and the rules that skip a frame or abandon a notification.
+// both forms, read by the decoder and written by the simulator, and the rules
+// that skip a frame or abandon a notification.
 #include "live_data_decoder.h"
 
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 
 #include "bluetooth_address.h"
 #include "cobs.h"
+#include "live_data_frame.h"
 #include "test_bytes.h"
 
 namespace {
@@ -35,38 +37,55 @@ std::vector<Zelmor::MonitorData> feed(LiveDataDecoder& decoder, std::vector<uint
     return out;
 }
 
-TEST(LiveDataFrameTest, FullFormReadsEveryFieldInWireOrder) {
-    std::vector<uint8_t> const frame = fromHex(kFullFrame);
-    ASSERT_EQ(frame.size(), LiveDataDecoder::kFullFrameSize);
-    std::optional<Zelmor::MonitorData> const m = decodeLiveDataFrame(frame.data(), frame.size());
-    ASSERT_TRUE(m);
-    EXPECT_EQ(m->firmwareVersion, 0x0250);
-    EXPECT_EQ(m->hardwareRevision, 0x23);
-    EXPECT_EQ(m->time, 1763800000u);
-    EXPECT_EQ(m->status, 5u);
-    EXPECT_EQ(m->voltage1, 13.25f);
-    EXPECT_EQ(m->voltage2, 12.5f);
-    EXPECT_EQ(m->current, -4.5f);
-    EXPECT_EQ(m->power, -59.625f);
-    EXPECT_EQ(m->coulombMeter, -12345);
-    EXPECT_EQ(m->energyMeter, 987654);
-    EXPECT_EQ(m->temperature, 21.5f);
-    EXPECT_EQ(m->powerStatus, 1);
-    EXPECT_EQ(m->stateOfCharge, 87);
-    EXPECT_EQ(m->runtime, 1439);
-    EXPECT_EQ(m->rssi, -32768);
-}
-
-TEST(LiveDataFrameTest, ShortFormHasNoSecondVoltageAndTheRestMovesDown) {
-    std::vector<uint8_t> const frame = fromHex(kShortFrame);
-    ASSERT_EQ(frame.size(), LiveDataDecoder::kShortFrameSize);
-    std::optional<Zelmor::MonitorData> const m = decodeLiveDataFrame(frame.data(), frame.size());
-    ASSERT_TRUE(m);
-    EXPECT_TRUE(std::isnan(m->voltage2));
-    EXPECT_EQ(m->voltage1, 13.25f);
-    EXPECT_EQ(m->current, -4.5f);
-    EXPECT_EQ(m->energyMeter, 987654);
-    EXPECT_EQ(m->runtime, 1439);
+// The simulator writes the golden frames and the decoder reads them back;
+// wide values cross from one to the other intact.
+TEST(LiveDataFrameTest, SimulatorAndDecoderAgreeOnBothForms) {
+    sim::MonitorReadings r{.time = 1763800000,
+                           .status = 5,
+                           .voltage1 = 13.25f,
+                           .voltage2 = 12.5f,
+                           .current = -4.5f,
+                           .power = -59.625f,
+                           .temperature = 21.5f,
+                           .coulombMeter = -12345,
+                           .energyMeter = 987654,
+                           .powerStatus = sim::PowerStatus::On,
+                           .stateOfCharge = 87,
+                           .runtime = 1439};
+    struct Case {
+        uint8_t revision;
+        char const* golden;
+    } const cases[] = {{0x23, kFullFrame}, {0x31, kShortFrame}, {0x2F, nullptr}, {0x30, nullptr}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(int{c.revision});
+        if (!c.golden) {
+            r.time = 0xFEDCBA98;
+            r.coulombMeter = -123456789012;
+            r.energyMeter = 987654321098;
+            r.runtime = 0xFEDC;
+        }
+        std::vector<uint8_t> const frame = sim::encodeLiveDataFrame(0x0250, c.revision, r);
+        if (c.golden) {
+            EXPECT_EQ(hex(frame), c.golden);
+        }
+        std::optional<Zelmor::MonitorData> const m = decodeLiveDataFrame(frame.data(), frame.size());
+        ASSERT_TRUE(m);
+        EXPECT_EQ(m->firmwareVersion, 0x0250);
+        EXPECT_EQ(m->hardwareRevision, c.revision);
+        EXPECT_EQ(m->time, r.time);
+        EXPECT_EQ(m->status, r.status);
+        EXPECT_EQ(m->voltage1, r.voltage1);
+        EXPECT_TRUE(c.revision < 0x30 ? m->voltage2 == r.voltage2 : std::isnan(m->voltage2)) << m->voltage2;
+        EXPECT_EQ(m->current, r.current);
+        EXPECT_EQ(m->power, r.power);
+        EXPECT_EQ(m->coulombMeter, r.coulombMeter);
+        EXPECT_EQ(m->energyMeter, r.energyMeter);
+        EXPECT_EQ(m->temperature, r.temperature);
+        EXPECT_EQ(m->powerStatus, static_cast<uint8_t>(r.powerStatus));
+        EXPECT_EQ(m->stateOfCharge, r.stateOfCharge);
+        EXPECT_EQ(m->runtime, r.runtime);
+        EXPECT_EQ(m->rssi, -32768);
+    }
 }
 
 TEST(LiveDataFrameTest, LengthMustFitTheRevision) {

@@ -50,33 +50,22 @@ TEST(LogRecordTest, RecordSizeFollowsTheModelFamily) {
     for (auto const& c : cases) EXPECT_EQ(logRecordSize(c.revision), c.size) << int(c.revision);
 }
 
-TEST(LogRecordTest, EncodesTwoVoltageRecordByteForByte) {
-    Bytes const expected = {
+TEST(LogRecordTest, EncodesRecordsByteForByte) {
+    Bytes const twoVoltages = {
         0x00, 0xF1, 0x53, 0x65,  // time 1700000000
         0x6A, 0x18,              // voltage 1: 6250 x 2 mV
-        0x64, 0x19,              // voltage 2: 6500 x 2 mV
+        0x64, 0x19,              // voltage 2: 6500 x 2 mV, absent on one-voltage models
         0x4E, 0xF3, 0xFF,        // current: -3250 mA
         0x21, 0xF0, 0xFF,        // power: -4063 x 10 mW
         0x66, 0x08,              // temperature: 2150 x 0.01 °C
         0x57,                    // state of charge 87
         0x02,                    // power status
     };
-    EXPECT_EQ(encode(kTwoVoltageModel, sample()), expected);
-    EXPECT_EQ(encode(0x12, sample()), expected);
-    EXPECT_EQ(encode(0x23, sample()), expected);
-}
-
-TEST(LogRecordTest, EncodesOneVoltageRecordByteForByte) {
-    Bytes const expected = {
-        0x00, 0xF1, 0x53, 0x65,  // time
-        0x6A, 0x18,              // voltage 1
-        0x4E, 0xF3, 0xFF,        // current
-        0x21, 0xF0, 0xFF,        // power
-        0x66, 0x08,              // temperature
-        0x57,                    // state of charge
-        0x02,                    // power status
-    };
-    EXPECT_EQ(encode(kOneVoltageModel, sample()), expected);
+    for (uint8_t revision : {kTwoVoltageModel, uint8_t{0x12}, uint8_t{0x23}})
+        EXPECT_EQ(encode(revision, sample()), twoVoltages) << int(revision);
+    Bytes oneVoltage = twoVoltages;
+    oneVoltage.erase(oneVoltage.begin() + 6, oneVoltage.begin() + 8);
+    EXPECT_EQ(encode(kOneVoltageModel, sample()), oneVoltage);
 }
 
 TEST(LogRecordTest, DecodesBytesWrittenOut) {
@@ -103,18 +92,6 @@ TEST(LogRecordTest, DecodesBytesWrittenOut) {
     EXPECT_EQ(r.powerStatus, 0xFE);
 }
 
-TEST(LogRecordTest, OneVoltageModelsDecodeVoltage2AsNaN) {
-    auto const records = decode(kOneVoltageModel, encode(kOneVoltageModel, sample()));
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_TRUE(std::isnan(records[0].voltage2));
-    EXPECT_FLOAT_EQ(records[0].voltage1, 12.5f);
-    EXPECT_FLOAT_EQ(records[0].current, -3.25f);
-    EXPECT_FLOAT_EQ(records[0].power, -40.63f);
-    EXPECT_FLOAT_EQ(records[0].temperature, 21.5f);
-    EXPECT_EQ(records[0].stateOfCharge, 87);
-    EXPECT_EQ(records[0].powerStatus, 2);
-}
-
 TEST(LogRecordTest, UnavailableValuesUseTheirCodes) {
     LogRecord r = sample();
     r.voltage1 = r.voltage2 = r.current = r.power = r.temperature = kNaN;
@@ -125,32 +102,28 @@ TEST(LogRecordTest, UnavailableValuesUseTheirCodes) {
     EXPECT_EQ(bytes, expected);
     auto const back = decode(kTwoVoltageModel, bytes);
     ASSERT_EQ(back.size(), 1u);
-    EXPECT_TRUE(std::isnan(back[0].voltage1));
-    EXPECT_TRUE(std::isnan(back[0].voltage2));
-    EXPECT_TRUE(std::isnan(back[0].current));
-    EXPECT_TRUE(std::isnan(back[0].power));
-    EXPECT_TRUE(std::isnan(back[0].temperature));
+    for (float value : {back[0].voltage1, back[0].voltage2, back[0].current, back[0].power, back[0].temperature})
+        EXPECT_TRUE(std::isnan(value));
     EXPECT_EQ(back[0].stateOfCharge, 255);
 }
 
 TEST(LogRecordTest, OutOfRangeValuesSaturate) {
+    // Voltage 1, current, power and temperature of a one-voltage record.
+    Bytes const highest = {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F};
+    Bytes const lowest = {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80};
     struct Case {
-        float voltage;
-        float current;
-        float power;
-        float temperature;
-        Bytes fields;  // voltage 1, current, power, temperature
+        float voltage, current, power, temperature;
+        Bytes const& fields;
     };
     Case const cases[] = {
-        {131.068f, 8388.607f, 83886.07f, 327.67f, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
-        {200.0f, 1e6f, 1e7f, 400.0f, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
-        {kInf, kInf, kInf, kInf, {0xFE, 0xFF, 0xFF, 0xFF, 0x7F, 0xFF, 0xFF, 0x7F, 0xFF, 0x7F}},
-        {-0.5f, -8388.607f, -83886.07f, -327.67f, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
-        {-1e9f, -1e6f, -1e7f, -400.0f, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
-        {-kInf, -kInf, -kInf, -kInf, {0x00, 0x00, 0x01, 0x00, 0x80, 0x01, 0x00, 0x80, 0x01, 0x80}},
+        {131.068f, 8388.607f, 83886.07f, 327.67f, highest},
+        {200.0f, 1e6f, 1e7f, 400.0f, highest},
+        {kInf, kInf, kInf, kInf, highest},
+        {-0.5f, -8388.607f, -83886.07f, -327.67f, lowest},
+        {-1e9f, -1e6f, -1e7f, -400.0f, lowest},
+        {-kInf, -kInf, -kInf, -kInf, lowest},
     };
     for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.voltage << " V " << c.current << " A");
         LogRecord r = sample();
         r.voltage1 = c.voltage;
         r.current = c.current;
@@ -158,41 +131,41 @@ TEST(LogRecordTest, OutOfRangeValuesSaturate) {
         r.temperature = c.temperature;
         Bytes const bytes = encode(kOneVoltageModel, r);
         ASSERT_EQ(bytes.size(), 16u);
-        EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 14), c.fields);
+        EXPECT_EQ(Bytes(bytes.begin() + 4, bytes.begin() + 14), c.fields) << c.voltage << " V " << c.current << " A";
     }
 }
 
-TEST(LogRecordTest, RoundsToTheNearestUnit) {
+TEST(LogRecordTest, RoundsToTheNearestUnitAndHalvesAwayFromZero) {
     struct Case {
-        float current;
+        float LogRecord::*field;
+        size_t offset;
+        float value;
         Bytes bytes;
     };
+    constexpr auto current = &LogRecord::current;
+    constexpr auto temperature = &LogRecord::temperature;
     Case const cases[] = {
-        {0.0004f, {0x00, 0x00, 0x00}},  {0.0006f, {0x01, 0x00, 0x00}}, {-0.0004f, {0x00, 0x00, 0x00}},
-        {-0.0006f, {0xFF, 0xFF, 0xFF}}, {1.2344f, {0xD2, 0x04, 0x00}}, {1.2346f, {0xD3, 0x04, 0x00}},
-        {0.0f, {0x00, 0x00, 0x00}},     {-0.0f, {0x00, 0x00, 0x00}},   {-1.0f, {0x18, 0xFC, 0xFF}},
+        {current, 8, 0.0004f, {0x00, 0x00, 0x00}},
+        {current, 8, 0.0006f, {0x01, 0x00, 0x00}},
+        {current, 8, -0.0004f, {0x00, 0x00, 0x00}},
+        {current, 8, -0.0006f, {0xFF, 0xFF, 0xFF}},
+        {current, 8, 1.2344f, {0xD2, 0x04, 0x00}},
+        {current, 8, 1.2346f, {0xD3, 0x04, 0x00}},
+        {current, 8, 0.0f, {0x00, 0x00, 0x00}},
+        {current, 8, -0.0f, {0x00, 0x00, 0x00}},
+        {current, 8, -1.0f, {0x18, 0xFC, 0xFF}},
+        // Exact halves in binary, so the tie is really a tie.
+        {temperature, 14, 0.125f, {0x0D, 0x00}},
+        {temperature, 14, -0.125f, {0xF3, 0xFF}},
+        {temperature, 14, 0.375f, {0x26, 0x00}},
+        {temperature, 14, -0.375f, {0xDA, 0xFF}},
     };
     for (auto const& c : cases) {
         LogRecord r = sample();
-        r.current = c.current;
+        r.*c.field = c.value;
         Bytes const bytes = encode(kTwoVoltageModel, r);
-        EXPECT_EQ(Bytes(bytes.begin() + 8, bytes.begin() + 11), c.bytes) << c.current;
-    }
-}
-
-TEST(LogRecordTest, RoundsHalvesAwayFromZero) {
-    struct Case {
-        float temperature;
-        Bytes bytes;
-    };
-    // Exact halves in binary, so the tie is really a tie.
-    Case const cases[] = {
-        {0.125f, {0x0D, 0x00}}, {-0.125f, {0xF3, 0xFF}}, {0.375f, {0x26, 0x00}}, {-0.375f, {0xDA, 0xFF}}};
-    for (auto const& c : cases) {
-        LogRecord r = sample();
-        r.temperature = c.temperature;
-        Bytes const bytes = encode(kTwoVoltageModel, r);
-        EXPECT_EQ(Bytes(bytes.begin() + 14, bytes.begin() + 16), c.bytes) << c.temperature;
+        auto const at = bytes.begin() + static_cast<std::ptrdiff_t>(c.offset);
+        EXPECT_EQ(Bytes(at, at + static_cast<std::ptrdiff_t>(c.bytes.size())), c.bytes) << c.value;
     }
 }
 
@@ -256,7 +229,11 @@ TEST(LogRecordTest, ReencodingDecodedRecordsGivesTheSameBytes) {
     EXPECT_EQ(again, bytes);
 }
 
-TEST(LogRecordTest, PartialRecordAtTheEndIsIgnored) {
+TEST(LogRecordTest, DecodingAppendsWholeRecordsOnly) {
+    std::vector<LogRecord> out(1);
+    decodeLogRecords(kTwoVoltageModel, nullptr, 0, out);
+    EXPECT_EQ(out.size(), 1u);
+
     for (uint8_t revision : {kTwoVoltageModel, kOneVoltageModel}) {
         Bytes whole;
         encodeLogRecord(revision, sample(), whole);
@@ -265,33 +242,18 @@ TEST(LogRecordTest, PartialRecordAtTheEndIsIgnored) {
         encodeLogRecord(revision, second, whole);
         size_t const size = logRecordSize(revision);
         ASSERT_EQ(whole.size(), 2 * size);
-        for (size_t tail = 1; tail < size; ++tail) {
-            Bytes partial(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size + tail));
-            auto const records = decode(revision, partial);
-            ASSERT_EQ(records.size(), 1u) << "revision " << int(revision) << " tail " << tail;
-            EXPECT_EQ(records[0].time, 1700000000u);
+        // A file still being written ends in part of a record.
+        for (size_t length = 1; length < 2 * size; ++length) {
+            std::vector<LogRecord> records(out);
+            decodeLogRecords(revision, whole.data(), length, records);
+            ASSERT_EQ(records.size(), length < size ? 1u : 2u) << "revision " << int(revision) << " length " << length;
+            EXPECT_EQ(records.back().time, length < size ? 0u : 1700000000u);
         }
-        EXPECT_EQ(decode(revision, whole).size(), 2u);
-        EXPECT_TRUE(decode(revision, Bytes(whole.begin(), whole.begin() + 1)).empty());
+        std::vector<LogRecord> records(out);
+        decodeLogRecords(revision, whole.data(), whole.size(), records);
+        ASSERT_EQ(records.size(), 3u);
+        EXPECT_EQ(records[2].time, 1700000001u);
     }
-}
-
-TEST(LogRecordTest, EmptyInputAppendsNothing) {
-    std::vector<LogRecord> out(1);
-    decodeLogRecords(kTwoVoltageModel, nullptr, 0, out);
-    EXPECT_EQ(out.size(), 1u);
-}
-
-TEST(LogRecordTest, DecodingAppendsAfterExistingRecords) {
-    std::vector<LogRecord> out;
-    for (uint32_t file = 0; file < 3; ++file) {
-        LogRecord r = sample();
-        r.time = file;
-        Bytes const bytes = encode(kOneVoltageModel, r);
-        decodeLogRecords(kOneVoltageModel, bytes.data(), bytes.size(), out);
-    }
-    ASSERT_EQ(out.size(), 3u);
-    for (uint32_t i = 0; i < 3; ++i) EXPECT_EQ(out[i].time, i);
 }
 
 TEST(LogRecordTest, NegativeCurrentAndPowerKeepTheirSign) {

@@ -8,6 +8,7 @@
 
 #include "aes256_cbc.h"
 #include "hardware_revision.h"
+#include "records.h"
 #include "scripted_zelmor.h"
 #include "sealed_block.h"
 #include "test_bytes.h"
@@ -41,27 +42,62 @@ std::vector<uint8_t> descriptors(std::initializer_list<std::pair<uint32_t, uint3
     return p;
 }
 
+// The code a record request ends with when the device answers it with `code` and `payload`.
+template <class Record>
+Code answerCode(uint16_t code, std::vector<uint8_t> const& payload,
+                void (ZelmorRequest::*request)(Zelmor::RecordCallback<Record>)) {
+    ScriptedZelmor device(
+        [&](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) { d.answer(code, s.sequence, payload); });
+    CallbackResult<Code, Record> result;
+    (device.*request)(result.callback());
+    return std::get<0>(result.get());
+}
+
 }  // namespace
 
-TEST(RequestEngine, FramesCarrySequenceNumbersFromOneInQueueOrder) {
+TEST(RequestEngine, RequestsLeaveInQueueOrderWithSequenceNumbersFromOne) {
     ScriptedZelmor device([](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) { d.answer(0, s.sequence); });
-    CallbackResult<Code> a, b, c;
-    device.requestResetEnergyMeter(a.callback());
-    device.requestSetPowerState(true, b.callback());
-    device.requestSetTime(0x01020304, c.callback());
-    EXPECT_EQ(std::get<0>(a.get()), Code::Success);
-    EXPECT_EQ(std::get<0>(b.get()), Code::Success);
-    EXPECT_EQ(std::get<0>(c.get()), Code::Success);
-
-    auto sent = device.sent();
-    ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(sent[0].command, 0x10);
-    EXPECT_EQ(sent[0].sequence, 1);
-    EXPECT_EQ(sent[1].command, 0x14);
-    EXPECT_EQ(sent[1].sequence, 2);
-    EXPECT_EQ(hex(sent[1].payload), "01");
-    EXPECT_EQ(sent[2].command, 0x28);
-    EXPECT_EQ(hex(sent[2].payload), "04 03 02 01");
+    ZelmorSchedule schedule;
+    schedule.setStartHour(7);
+    std::string const scheduleHex = hex(schedule.bytes());
+    using Send = std::function<void(Zelmor::DoneCallback)>;
+    struct Case {
+        Send send;
+        uint16_t command;
+        std::string payload;
+    };
+    Case const cases[] = {
+        {[&](auto cb) { device.requestResetEnergyMeter(cb); }, 0x10, ""},
+        {[&](auto cb) { device.requestSetPowerState(true, cb); }, 0x14, "01"},
+        {[&](auto cb) { device.requestSetTime(0x01020304, cb); }, 0x28, "04 03 02 01"},
+        {[&](auto cb) { device.requestRename("Van", cb); }, 0x25, "56 61 6e"},
+        {[&](auto cb) { device.requestCalibrateCurrent(10.0f, cb); }, 0x27, "00 00 20 41"},
+        {[&](auto cb) { device.requestUpdateSchedule(2, schedule, cb); }, 0x52, "02 00 00 00 " + scheduleHex},
+        {[&](auto cb) { device.requestDeleteSchedule(5, cb); }, 0x53, "05 00 00 00"},
+        {[&](auto cb) {
+             device.requestAddSchedules({schedule, ZelmorSchedule()}, cb);
+         },
+         0x51, scheduleHex + " " + hex(ZelmorSchedule().bytes())},
+        {[&](auto cb) {
+             device.requestAddWifiNetwork({"Marina", "s3cret", 3}, cb);
+         },
+         0x71, hex(encodeWifiNetwork({"Marina", "s3cret", 3}))},
+        {[&](auto cb) { device.requestRemoveWifiNetwork(3, cb); }, 0x72, "03"},
+        {[&](auto cb) {
+             device.requestReadLogFile(0x4E20, 4096, 131072, [cb](Code code, uint8_t const*, size_t) { cb(code); });
+         },
+         0x44, "20 4e 00 00 00 10 00 00 00 00 02 00"},
+    };
+    std::vector<CallbackResult<Code>> results(std::size(cases));
+    for (size_t i = 0; i < std::size(cases); ++i) cases[i].send(results[i].callback());
+    for (auto& result : results) EXPECT_EQ(std::get<0>(result.get()), Code::Success);
+    auto const sent = device.sent();
+    ASSERT_EQ(sent.size(), std::size(cases));
+    for (size_t i = 0; i < sent.size(); ++i) {
+        EXPECT_EQ(sent[i].sequence, i + 1);
+        EXPECT_EQ(sent[i].command, cases[i].command) << i;
+        EXPECT_EQ(hex(sent[i].payload), cases[i].payload) << i;
+    }
 }
 
 TEST(RequestEngine, SequenceNumberWrapsAfter0xFFFF) {
@@ -159,13 +195,13 @@ TEST(RequestEngine, BadFramesAreDroppedAndTheRequestTimesOutThenTheNextIsServed)
     // must drop, then serves the second request normally.
     ScriptedZelmor device([](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) {
         if (s.sequence == 1) {
-            d.feed(line(fromHex("00 00 01")));                      // shorter than a header
-            d.feed(line(fromHex("00 00 01 00 05 00 aa bb")));       // payload length 5, 2 bytes there
-            d.answer(0, static_cast<uint16_t>(s.sequence + 7));    // unknown sequence number
-            d.feed(fromHex("00 09 01 00 00 00 00 00 00 00"));      // malformed COBS body
-            d.feed(std::vector<uint8_t>(70000, 0x41));             // oversized, no delimiter
+            d.feed(line(fromHex("00 00 01")));                   // shorter than a header
+            d.feed(line(fromHex("00 00 01 00 03 00 aa bb")));    // payload length 3, 2 bytes there
+            d.answer(0, static_cast<uint16_t>(s.sequence + 7));  // unknown sequence number
+            d.feed(fromHex("00 09 01 00 00 00 00 00 00 00"));    // malformed COBS body
+            d.feed(std::vector<uint8_t>(70000, 0x41));           // oversized, no delimiter
             d.feed({0x00});
-            std::vector<uint8_t> chunk(60000, 0x5A);               // continuations past any real answer
+            std::vector<uint8_t> chunk(60000, 0x5A);  // continuations past any real answer
             for (int i = 0; i < 20; ++i) d.answer(0x0100, s.sequence, chunk);
             d.answer(0, s.sequence, chunk);
             return;
@@ -215,49 +251,19 @@ TEST(RequestEngine, StopEndsEvenWhenFailingHandlersQueueAgain) {
 }
 
 TEST(RequestEngine, RecordAnswersWithWrongLengthsOrRefusals) {
-    struct Case {
-        char const* what;
-        uint16_t code;
-        std::vector<uint8_t> payload;
-        Code expected;
-    };
-    auto run = [](Case const& c, auto request) {
-        ScriptedZelmor device([&](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) { d.answer(c.code, s.sequence, c.payload); });
-        return request(device);
-    };
-    auto accessKeys = [](ScriptedZelmor& d) {
-        CallbackResult<Code, Zelmor::WifiAccessKey> r;
-        d.requestGetAccessKeys(r.callback());
-        return std::get<0>(r.get());
-    };
-    auto schedules = [](ScriptedZelmor& d) {
-        CallbackResult<Code, std::vector<ZelmorSchedule>> r;
-        d.requestGetSchedules(r.callback());
-        return std::get<0>(r.get());
-    };
-    auto monitor = [](ScriptedZelmor& d) {
-        CallbackResult<Code, Zelmor::MonitorData> r;
-        d.requestGetMonitorData(r.callback());
-        return std::get<0>(r.get());
-    };
-    for (auto const& c : std::vector<Case>{
-             {"access key 88 bytes", 0, std::vector<uint8_t>(88), Code::InvalidDeviceResponse},
-             {"access key 90 bytes", 0, std::vector<uint8_t>(90), Code::InvalidDeviceResponse},
-             {"access key refused with payload", 4, std::vector<uint8_t>(89), Code::InvalidDeviceResponse},
-             {"access key refused", 5, {}, Code::LockedByMasterPassword},
-         })
-        EXPECT_EQ(run(c, accessKeys), c.expected) << c.what;
-    for (auto const& c : std::vector<Case>{
-             {"schedules refused with payload", 3, std::vector<uint8_t>(24), Code::InvalidDeviceResponse},
-             {"schedules refused", 4, {}, Code::LockedByUserPassword},
-             {"schedules with a short tail", 0, std::vector<uint8_t>(30), Code::Success},
-         })
-        EXPECT_EQ(run(c, schedules), c.expected) << c.what;
-    for (auto const& c : std::vector<Case>{
-             {"monitor data of a Bluetooth model", 0, monitorPayload(0x20), Code::RequestFailed},
-             {"monitor data refused", 4, {}, Code::LockedByUserPassword},
-         })
-        EXPECT_EQ(run(c, monitor), c.expected) << c.what;
+    using Bytes = std::vector<uint8_t>;
+    auto const keys = &ZelmorRequest::requestGetAccessKeys;
+    EXPECT_EQ(answerCode(0, Bytes(88), keys), Code::InvalidDeviceResponse);
+    EXPECT_EQ(answerCode(0, Bytes(90), keys), Code::InvalidDeviceResponse);
+    EXPECT_EQ(answerCode(4, Bytes(89), keys), Code::InvalidDeviceResponse);  // a refusal carries no payload
+    EXPECT_EQ(answerCode(5, {}, keys), Code::LockedByMasterPassword);
+    auto const schedules = &ZelmorRequest::requestGetSchedules;
+    EXPECT_EQ(answerCode(3, Bytes(24), schedules), Code::InvalidDeviceResponse);
+    EXPECT_EQ(answerCode(4, {}, schedules), Code::LockedByUserPassword);
+    EXPECT_EQ(answerCode(0, Bytes(30), schedules), Code::Success);  // a short tail is ignored
+    auto const monitor = &ZelmorRequest::requestGetMonitorData;
+    EXPECT_EQ(answerCode(0, monitorPayload(0x20), monitor), Code::RequestFailed);  // a Bluetooth model's record
+    EXPECT_EQ(answerCode(4, {}, monitor), Code::LockedByUserPassword);
 }
 
 TEST(RequestEngine, LockExchangeSealsTheChallengeAndTheKey) {
@@ -329,8 +335,10 @@ TEST(RequestEngine, FileListPagesUntilAnEmptyPage) {
         {"no files", {{0, {}}}, Code::Success, 0},
         {"a page of 20 bytes", {{0, twentyBytes}, {0, {}}}, Code::Success, 2},
         {"three pages", {{0, descriptors({{1, 1}})}, {0, descriptors({{2, 2}, {3, 3}})}, {0, {}}}, Code::Success, 3},
-        {"failure on the third page", {{0, descriptors({{1, 1}})}, {0, descriptors({{2, 2}})}, {3, {}}},
-         Code::RequestFailed, 0},
+        {"failure on the third page",
+         {{0, descriptors({{1, 1}})}, {0, descriptors({{2, 2}})}, {3, {}}},
+         Code::RequestFailed,
+         0},
     };
     for (auto const& c : cases) {
         size_t page = 0;
@@ -366,9 +374,7 @@ TEST(RequestEngine, FirmwareBlocksFollowTheFamilyBlockSize) {
         std::vector<uint8_t> info;
         ByteWriter w(info);
         w.write<uint16_t>(0x0250).write<uint8_t>(c.revision);
-        if (isLanFamily(c.revision)) info.resize(49);
-        else if (isWifiFamily(c.revision)) info.resize(82);
-        else info.resize(19);
+        info.resize(isLanFamily(c.revision) ? 49 : isWifiFamily(c.revision) ? 82 : 19);
         ScriptedZelmor device([&](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) {
             d.answer(0, s.sequence, s.command == 0x01 ? info : std::vector<uint8_t>{});
         });
@@ -379,23 +385,24 @@ TEST(RequestEngine, FirmwareBlocksFollowTheFamilyBlockSize) {
         std::vector<uint8_t> image(c.imageSize, 0x77);
         std::vector<std::pair<uint32_t, uint32_t>> progress;
         CallbackResult<Code> done;
-        device.requestUpdateFirmware(image.data(), static_cast<uint32_t>(image.size()),
-                                     [&](uint32_t sent, uint32_t total) {
-                                         progress.emplace_back(sent, total);
-                                         return true;
-                                     },
-                                     done.callback());
+        device.requestUpdateFirmware(
+            image.data(), static_cast<uint32_t>(image.size()),
+            [&](uint32_t sent, uint32_t total) {
+                progress.emplace_back(sent, total);
+                return true;
+            },
+            done.callback());
         EXPECT_EQ(std::get<0>(done.get()), Code::Success);
         auto const sent = device.sent();
         ASSERT_EQ(sent.size(), 1 + 1 + c.blocks.size() + 1);
         EXPECT_EQ(sent[1].command, 0xF0);
         EXPECT_EQ(readLe<uint32_t>(sent[1].payload.data()), c.imageSize);
-        size_t total = 0;
+        uint32_t total = 0;
         for (size_t i = 0; i < c.blocks.size(); ++i) {
             EXPECT_EQ(sent[2 + i].command, 0xF1);
             EXPECT_EQ(sent[2 + i].payload.size(), c.blocks[i]);
-            total += c.blocks[i];
-            EXPECT_EQ(progress[i], std::make_pair(static_cast<uint32_t>(total), static_cast<uint32_t>(c.imageSize)));
+            total += static_cast<uint32_t>(c.blocks[i]);
+            EXPECT_EQ(progress[i], std::make_pair(total, static_cast<uint32_t>(c.imageSize)));
         }
         EXPECT_EQ(sent.back().command, 0xF2);
     }
@@ -422,44 +429,12 @@ TEST(RequestEngine, FirmwareTransferStopsOnCancelRefusalOrDataInAnAcknowledgemen
         });
         std::vector<uint8_t> image(10000, 1);
         CallbackResult<Code> done;
-        device.requestUpdateFirmware(image.data(), static_cast<uint32_t>(image.size()),
-                                     [&](uint32_t, uint32_t) { return c.proceed; }, done.callback());
+        device.requestUpdateFirmware(
+            image.data(), static_cast<uint32_t>(image.size()), [&](uint32_t, uint32_t) { return c.proceed; },
+            done.callback());
         EXPECT_EQ(std::get<0>(done.get()), c.expected) << c.what;
         auto const sent = device.sent();
         ASSERT_EQ(sent.size(), 2u) << c.what;
         EXPECT_EQ(sent.back().command, 0xF1) << c.what;
     }
-}
-
-TEST(RequestEngine, RequestPayloadLayouts) {
-    ScriptedZelmor device([](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) { d.answer(0, s.sequence); });
-    ZelmorSchedule schedule;
-    schedule.setStartHour(7);
-    Zelmor::WifiNetwork network{"Marina", "s3cret", 3};
-    CallbackResult<Code> r[8];
-    device.requestRename("Van battery", r[0].callback());
-    device.requestCalibrateCurrent(10.0f, r[1].callback());
-    device.requestUpdateSchedule(2, schedule, r[2].callback());
-    device.requestDeleteSchedule(5, r[3].callback());
-    device.requestAddSchedules({schedule, ZelmorSchedule()}, r[4].callback());
-    device.requestAddWifiNetwork(network, r[5].callback());
-    device.requestRemoveWifiNetwork(3, r[6].callback());
-    device.requestReadLogFile(0x4E20, 4096, 131072, [&](Code code, uint8_t const*, size_t) { r[7].callback()(code); });
-    for (auto& result : r) EXPECT_EQ(std::get<0>(result.get()), Code::Success);
-
-    auto const sent = device.sent();
-    EXPECT_EQ(sent[0].command, 0x25);
-    EXPECT_EQ(std::string(sent[0].payload.begin(), sent[0].payload.end()), "Van battery");
-    EXPECT_EQ(hex(sent[1].payload), "00 00 20 41");
-    EXPECT_EQ(sent[2].payload.size(), 28u);
-    EXPECT_EQ(hex(std::vector<uint8_t>(sent[2].payload.begin(), sent[2].payload.begin() + 4)), "02 00 00 00");
-    EXPECT_EQ(hex(std::vector<uint8_t>(sent[2].payload.begin() + 4, sent[2].payload.end())), hex(schedule.bytes()));
-    EXPECT_EQ(hex(sent[3].payload), "05 00 00 00");
-    EXPECT_EQ(sent[4].payload.size(), 48u);
-    EXPECT_EQ(sent[5].command, 0x71);
-    ASSERT_EQ(sent[5].payload.size(), 100u);
-    EXPECT_EQ(std::string(reinterpret_cast<char const*>(sent[5].payload.data())), "Marina");
-    EXPECT_EQ(hex(sent[6].payload), "03");
-    EXPECT_EQ(sent[7].command, 0x44);
-    EXPECT_EQ(hex(sent[7].payload), "20 4e 00 00 00 10 00 00 00 00 02 00");
 }

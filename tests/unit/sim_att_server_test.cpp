@@ -5,7 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,23 +18,13 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 using sim::AttServer;
 
-// A 128-bit UUID as the Attribute Protocol carries it, least significant byte
-// first; `last` tells the UUIDs of the table apart.
-Bytes wireUuid(uint8_t last) {
-    return {last, 0xE1, 0xD2, 0xC3, 0xB4, 0xA5, 0x96, 0x87, 0x78, 0x69, 0x5A, 0x4B, 0x3C, 0x2D, 0x1E, 0x0F};
-}
+// A 128-bit UUID of the table as the Attribute Protocol carries it, least
+// significant byte (the one that tells them apart) first.
+std::string wireUuid(std::string const& last) { return last + " e1 d2 c3 b4 a5 96 87 78 69 5a 4b 3c 2d 1e 0f"; }
 
-BleUUID uuid128(uint8_t last) {
-    BleUUID::Bytes bytes{};
-    Bytes const wire = wireUuid(last);
-    std::copy(wire.begin(), wire.end(), bytes.begin());
-    return BleUUID(bytes);
-}
-
-Bytes concat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (Bytes const& piece : parts) out.insert(out.end(), piece.begin(), piece.end());
-    return out;
+BleUUID uuid128(std::string const& last) {
+    Bytes const wire = fromHex(wireUuid(last));
+    return *BleUUID::fromWire(wire.data(), wire.size());
 }
 
 Bytes text(std::string const& s) { return Bytes(s.begin(), s.end()); }
@@ -54,10 +44,12 @@ constexpr uint16_t kSettingValue = 13;
 constexpr uint16_t kIndicateValue = 16;
 constexpr uint16_t kIndicateConfiguration = 17;
 constexpr uint16_t kLastHandle = 17;
+constexpr char kReadName[] = "0a 03 00";
+constexpr char kZelmor[] = "0b 5a 65 6c 6d 6f 72";
 
 struct Step {
-    Bytes request;
-    Bytes answer;
+    std::string request;
+    std::string answer;
 };
 
 class SimAttServer : public ::testing::Test {
@@ -79,15 +71,15 @@ protected:
         EXPECT_EQ(
             s.addCharacteristic(BleUUID(uint16_t{0x2A00}), AttServer::kPropertyRead, [this] { return text(name_); }),
             kNameHandle);
-        s.addService(uuid128(0xA0));
-        EXPECT_EQ(s.addCharacteristic(uuid128(0xA1), AttServer::kPropertyNotify), kNotifyValue);
+        s.addService(uuid128("a0"));
+        EXPECT_EQ(s.addCharacteristic(uuid128("a1"), AttServer::kPropertyNotify), kNotifyValue);
         EXPECT_EQ(s.addCharacteristic(
-                      uuid128(0xA2), AttServer::kPropertyWriteWithoutResponse | AttServer::kPropertyNotify, {},
+                      uuid128("a2"), AttServer::kPropertyWriteWithoutResponse | AttServer::kPropertyNotify, {},
                       [this](uint8_t const* data, size_t length) { commands_.emplace_back(data, data + length); }),
                   kCommandValue);
-        s.addService(uuid128(0xB0));
+        s.addService(uuid128("b0"));
         EXPECT_EQ(s.addCharacteristic(
-                      uuid128(0xB1), AttServer::kPropertyRead | AttServer::kPropertyWrite, [this] { return setting_; },
+                      uuid128("b1"), AttServer::kPropertyRead | AttServer::kPropertyWrite, [this] { return setting_; },
                       [this](uint8_t const* data, size_t length) { setting_.assign(data, data + length); }),
                   kSettingValue);
         EXPECT_EQ(s.addDescriptor(BleUUID(uint16_t{0x2901}), text("Setting")), 14);
@@ -95,27 +87,27 @@ protected:
     }
 
     /// Sends a PDU and lets the server take it; returns its answer, empty for none.
-    Bytes request(Bytes const& pdu) {
-        EXPECT_EQ(::send(client_, pdu.data(), pdu.size(), 0), static_cast<ssize_t>(pdu.size()));
+    std::string request(std::string const& pdu) {
+        Bytes const bytes = fromHex(pdu);
+        EXPECT_EQ(::send(client_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
         EXPECT_TRUE(server_->receive());
         return take();
     }
 
     /// The next PDU waiting for the client; empty when there is none.
-    Bytes take() {
+    std::string take() {
         Bytes pdu(1024);
         ssize_t const got = ::recv(client_, pdu.data(), pdu.size(), MSG_DONTWAIT);
         pdu.resize(got > 0 ? static_cast<size_t>(got) : 0);
-        return pdu;
+        return hex(pdu);
     }
 
-    /// Sends each request and checks its answer.
     void run(std::vector<Step> const& steps) {
-        for (Step const& step : steps) EXPECT_EQ(hex(request(step.request)), hex(step.answer)) << hex(step.request);
+        for (Step const& step : steps) EXPECT_EQ(request(step.request), step.answer) << step.request;
     }
 
-    void exchangeMtu(uint16_t mtu) {
-        ASSERT_EQ(request({0x02, static_cast<uint8_t>(mtu), static_cast<uint8_t>(mtu >> 8)}).at(0), 0x03);
+    bool notify(uint16_t handle, Bytes const& value = {0x01, 0x02, 0x03}) {
+        return server_->notify(handle, value.data(), value.size());
     }
 
     std::unique_ptr<AttServer> server_;
@@ -137,216 +129,181 @@ TEST_F(SimAttServer, MtuExchangeAnswersTheServerMtuAndKeepsTheSmallerOffer) {
         open(c.server);
         EXPECT_EQ(server_->mtu(), 23);
         uint16_t const offered = std::max<uint16_t>(c.server, 23);
-        EXPECT_EQ(hex(request({0x02, static_cast<uint8_t>(c.client), static_cast<uint8_t>(c.client >> 8)})),
+        EXPECT_EQ(request(hex(Bytes{0x02, static_cast<uint8_t>(c.client), static_cast<uint8_t>(c.client >> 8)})),
                   hex(Bytes{0x03, static_cast<uint8_t>(offered), static_cast<uint8_t>(offered >> 8)}));
         EXPECT_EQ(server_->mtu(), c.effective) << c.server << " " << c.client;
     }
 }
 
-TEST_F(SimAttServer, PrimaryServicesComeOneUuidWidthPerAnswerAndOnly128BitOnePerPageAtMtu23) {
-    Bytes const all{0xFF, 0xFF, 0x00, 0x28};
-    run({{concat({{0x10, 0x01, 0x00}, all}), {0x11, 0x06, 0x01, 0x00, 0x03, 0x00, 0x00, 0x18}},
-         {concat({{0x10, 0x04, 0x00}, all}), concat({{0x11, 0x14, 0x04, 0x00, 0x0A, 0x00}, wireUuid(0xA0)})},
-         {concat({{0x10, 0x0B, 0x00}, all}), concat({{0x11, 0x14, 0x0B, 0x00, 0x11, 0x00}, wireUuid(0xB0)})},
-         {concat({{0x10, 0x12, 0x00}, all}), {0x01, 0x10, 0x12, 0x00, 0x0A}}});
-}
-
-TEST_F(SimAttServer, PrimaryServicesOfOneWidthShareAnAnswerAtMtu247) {
-    exchangeMtu(247);
-    Bytes const all{0xFF, 0xFF, 0x00, 0x28};
-    run({{concat({{0x10, 0x01, 0x00}, all}), {0x11, 0x06, 0x01, 0x00, 0x03, 0x00, 0x00, 0x18}},
-         {concat({{0x10, 0x04, 0x00}, all}),
-          concat({{0x11, 0x14, 0x04, 0x00, 0x0A, 0x00}, wireUuid(0xA0), {0x0B, 0x00, 0x11, 0x00}, wireUuid(0xB0)})},
-         {concat({{0x10, 0x12, 0x00}, all}), {0x01, 0x10, 0x12, 0x00, 0x0A}},
+TEST_F(SimAttServer, PrimaryServicesComeOneUuidWidthPerAnswer) {
+    // At MTU 23 a 128-bit service fills an answer.
+    run({{"10 01 00 ff ff 00 28", "11 06 01 00 03 00 00 18"},
+         {"10 04 00 ff ff 00 28", "11 14 04 00 0a 00 " + wireUuid("a0")},
+         {"10 0b 00 ff ff 00 28", "11 14 0b 00 11 00 " + wireUuid("b0")},
+         {"10 12 00 ff ff 00 28", "01 10 12 00 0a"}});
+    run({{"02 f7 00", "03 f7 00"}});
+    run({{"10 04 00 ff ff 00 28", "11 14 04 00 0a 00 " + wireUuid("a0") + " 0b 00 11 00 " + wireUuid("b0")},
          // The group type in its 128-bit form names the same thing.
-         {{0x10, 0x01, 0x00, 0x03, 0x00, 0xFB, 0x34, 0x9B, 0x5F, 0x80, 0x00,
-           0x00, 0x80, 0x00, 0x10, 0x00, 0x00, 0x00, 0x28, 0x00, 0x00},
-          {0x11, 0x06, 0x01, 0x00, 0x03, 0x00, 0x00, 0x18}}});
+         {"10 01 00 03 00 fb 34 9b 5f 80 00 00 80 00 10 00 00 00 28 00 00", "11 06 01 00 03 00 00 18"}});
 }
 
 TEST_F(SimAttServer, CharacteristicDeclarationsArePagedByEntrySize) {
-    Bytes const declarationType{0x03, 0x28};
     // MTU 23: one 21-byte declaration per answer.
-    run({{concat({{0x08, 0x04, 0x00, 0x0A, 0x00}, declarationType}),
-          concat({{0x09, 0x15, 0x05, 0x00, 0x10, 0x06, 0x00}, wireUuid(0xA1)})},
-         {concat({{0x08, 0x06, 0x00, 0x0A, 0x00}, declarationType}),
-          concat({{0x09, 0x15, 0x08, 0x00, 0x14, 0x09, 0x00}, wireUuid(0xA2)})},
-         {concat({{0x08, 0x09, 0x00, 0x0A, 0x00}, declarationType}), {0x01, 0x08, 0x09, 0x00, 0x0A}}});
-    exchangeMtu(247);
+    run({{"08 04 00 0a 00 03 28", "09 15 05 00 10 06 00 " + wireUuid("a1")},
+         {"08 06 00 0a 00 03 28", "09 15 08 00 14 09 00 " + wireUuid("a2")},
+         {"08 09 00 0a 00 03 28", "01 08 09 00 0a"}});
+    run({{"02 f7 00", "03 f7 00"}});
     // MTU 247: every declaration of one size; a 16-bit one ends a 128-bit answer.
-    run({{concat({{0x08, 0x04, 0x00, 0x0A, 0x00}, declarationType}), concat({{0x09, 0x15, 0x05, 0x00, 0x10, 0x06, 0x00},
-                                                                             wireUuid(0xA1),
-                                                                             {0x08, 0x00, 0x14, 0x09, 0x00},
-                                                                             wireUuid(0xA2)})},
-         {concat({{0x08, 0x0B, 0x00, 0x11, 0x00}, declarationType}),
-          concat({{0x09, 0x15, 0x0C, 0x00, 0x0A, 0x0D, 0x00}, wireUuid(0xB1)})},
-         {concat({{0x08, 0x0D, 0x00, 0x11, 0x00}, declarationType}),
-          {0x09, 0x07, 0x0F, 0x00, 0x20, 0x10, 0x00, 0x05, 0x2A}}});
+    run({{"08 04 00 0a 00 03 28", "09 15 05 00 10 06 00 " + wireUuid("a1") + " 08 00 14 09 00 " + wireUuid("a2")},
+         {"08 0b 00 11 00 03 28", "09 15 0c 00 0a 0d 00 " + wireUuid("b1")},
+         {"08 0d 00 11 00 03 28", "09 07 0f 00 20 10 00 05 2a"}});
 }
 
 TEST_F(SimAttServer, ConfigurationDescriptorsAreFoundByTypeAndByInformation) {
-    Bytes const configurationType{0x02, 0x29};
-    run({{concat({{0x08, 0x01, 0x00, 0xFF, 0xFF}, configurationType}),
-          {0x09, 0x04, 0x07, 0x00, 0x00, 0x00, 0x0A, 0x00, 0x00, 0x00, 0x11, 0x00, 0x00, 0x00}},
-         {{0x12, 0x0A, 0x00, 0x01, 0x00}, {0x13}},
-         {concat({{0x08, 0x08, 0x00, 0x0A, 0x00}, configurationType}), {0x09, 0x04, 0x0A, 0x00, 0x01, 0x00}},
-         {{0x04, 0x07, 0x00, 0x07, 0x00}, {0x05, 0x01, 0x07, 0x00, 0x02, 0x29}},
+    run({{"08 01 00 ff ff 02 29", "09 04 07 00 00 00 0a 00 00 00 11 00 00 00"},
+         {"12 0a 00 01 00", "13"},
+         {"08 08 00 0a 00 02 29", "09 04 0a 00 01 00"},
+         {"04 07 00 07 00", "05 01 07 00 02 29"},
          // One UUID width per answer: the 128-bit value ends the first one.
-         {{0x04, 0x0C, 0x00, 0x0E, 0x00}, {0x05, 0x01, 0x0C, 0x00, 0x03, 0x28}},
-         {{0x04, 0x0D, 0x00, 0x0E, 0x00}, concat({{0x05, 0x02, 0x0D, 0x00}, wireUuid(0xB1)})},
-         {{0x04, 0x0E, 0x00, 0x0E, 0x00}, {0x05, 0x01, 0x0E, 0x00, 0x01, 0x29}},
-         {{0x04, 0x0F, 0x00, 0xFF, 0xFF},
-          {0x05, 0x01, 0x0F, 0x00, 0x03, 0x28, 0x10, 0x00, 0x05, 0x2A, 0x11, 0x00, 0x02, 0x29}},
-         {{0x04, 0x12, 0x00, 0xFF, 0xFF}, {0x01, 0x04, 0x12, 0x00, 0x0A}}});
+         {"04 0c 00 0e 00", "05 01 0c 00 03 28"},
+         {"04 0d 00 0e 00", "05 02 0d 00 " + wireUuid("b1")},
+         {"04 0e 00 0e 00", "05 01 0e 00 01 29"},
+         {"04 0f 00 ff ff", "05 01 0f 00 03 28 10 00 05 2a 11 00 02 29"},
+         {"04 12 00 ff ff", "01 04 12 00 0a"}});
 }
 
 TEST_F(SimAttServer, ReadByTypeOfOtherTypesGivesTheirValues) {
     name_ = "A name longer than nineteen bytes";
     run({// Cut to MTU - 4 bytes.
-         {{0x08, 0x01, 0x00, 0xFF, 0xFF, 0x00, 0x2A}, concat({{0x09, 0x15, 0x03, 0x00}, text(name_.substr(0, 19))})},
-         {{0x08, 0x01, 0x00, 0xFF, 0xFF, 0x01, 0x29}, concat({{0x09, 0x09, 0x0E, 0x00}, text("Setting")})},
-         {concat({{0x08, 0x01, 0x00, 0xFF, 0xFF}, wireUuid(0xB1)}), {0x09, 0x04, 0x0D, 0x00, 0x11, 0x22}},
+         {"08 01 00 ff ff 00 2a", "09 15 03 00 " + hex(text(name_.substr(0, 19)))},
+         {"08 01 00 ff ff 01 29", "09 09 0e 00 " + hex(text("Setting"))},
+         {"08 01 00 ff ff " + wireUuid("b1"), "09 04 0d 00 11 22"},
          // A value that cannot be read.
-         {concat({{0x08, 0x01, 0x00, 0xFF, 0xFF}, wireUuid(0xA1)}), {0x01, 0x08, 0x06, 0x00, 0x02}},
-         {{0x08, 0x01, 0x00, 0xFF, 0xFF, 0x19, 0x2A}, {0x01, 0x08, 0x01, 0x00, 0x0A}}});
+         {"08 01 00 ff ff " + wireUuid("a1"), "01 08 06 00 02"},
+         {"08 01 00 ff ff 19 2a", "01 08 01 00 0a"}});
 }
 
 TEST_F(SimAttServer, LongValueIsReadWithReadBlobAtMtu23) {
     name_ = "Battery bank on the starboard side";
-    Bytes value;
-    Bytes answer = request({0x0A, kNameHandle, 0x00});
+    Bytes answer = fromHex(request(kReadName));
     ASSERT_EQ(answer.size(), 23u);
     ASSERT_EQ(answer[0], 0x0B);
-    value.insert(value.end(), answer.begin() + 1, answer.end());
+    Bytes value(answer.begin() + 1, answer.end());
     while (answer.size() == 23) {
-        auto const offset = static_cast<uint16_t>(value.size());
-        answer = request({0x0C, kNameHandle, 0x00, static_cast<uint8_t>(offset), static_cast<uint8_t>(offset >> 8)});
+        answer = fromHex(request(hex(Bytes{0x0C, kNameHandle, 0x00, static_cast<uint8_t>(value.size()), 0x00})));
         ASSERT_FALSE(answer.empty());
         ASSERT_EQ(answer[0], 0x0D);
         value.insert(value.end(), answer.begin() + 1, answer.end());
     }
     EXPECT_EQ(std::string(value.begin(), value.end()), name_);
-    run({{{0x0C, kNameHandle, 0x00, 34, 0x00}, {0x0D}},
-         {{0x0C, kNameHandle, 0x00, 35, 0x00}, {0x01, 0x0C, 0x03, 0x00, 0x07}}});
+    // At the end an empty blob; past it an invalid offset.
+    run({{"0c 03 00 22 00", "0d"}, {"0c 03 00 23 00", "01 0c 03 00 07"}});
 }
 
 TEST_F(SimAttServer, ErrorResponsesNameTheRequestTheHandleAndTheReason) {
     struct Case {
         char const* what;
-        Bytes request;
-        Bytes answer;
+        char const* request;
+        char const* answer;
+    } const cases[] = {
+        {"read handle 0", "0a 00 00", "01 0a 00 00 01"},
+        {"read past the table", "0a 12 00", "01 0a 12 00 01"},
+        {"read a notify-only value", "0a 06 00", "01 0a 06 00 02"},
+        {"read blob past the table", "0c 40 00 00 00", "01 0c 40 00 01"},
+        {"read blob of a command value", "0c 09 00 00 00", "01 0c 09 00 02"},
+        {"write the name", "12 03 00 41", "01 12 03 00 03"},
+        {"write a declaration", "12 02 00 41", "01 12 02 00 03"},
+        {"write a service", "12 01 00 41", "01 12 01 00 03"},
+        {"write request to a command value", "12 09 00 41", "01 12 09 00 03"},
+        {"write past the table", "12 30 00 41", "01 12 30 00 01"},
+        {"write a descriptor", "12 0e 00 41", "01 12 0e 00 03"},
+        {"configuration of one byte", "12 07 00 01", "01 12 07 00 0d"},
+        {"notify bit without notify", "12 11 00 01 00", "01 12 11 00 13"},
+        {"indicate bit without indicate", "12 07 00 02 00", "01 12 07 00 13"},
+        {"reserved configuration bit", "12 07 00 05 00", "01 12 07 00 13"},
+        {"group type that is no group", "10 01 00 ff ff 03 28", "01 10 01 00 10"},
+        {"group range from 0", "10 00 00 ff ff 00 28", "01 10 00 00 01"},
+        {"type range from 0", "08 00 00 ff ff 03 28", "01 08 00 00 01"},
+        {"type range backwards", "08 05 00 04 00 03 28", "01 08 05 00 01"},
+        {"type range with no declaration", "08 06 00 07 00 03 28", "01 08 06 00 0a"},
+        {"information range backwards", "04 03 00 02 00", "01 04 03 00 01"},
+        {"information from 0", "04 00 00 02 00", "01 04 00 00 01"},
+        {"information past the table", "04 12 00 ff ff", "01 04 12 00 0a"},
+        {"three-byte type", "08 01 00 ff ff 03 28 00", "01 08 00 00 04"},
+        {"short read", "0a 03", "01 0a 00 00 04"},
+        {"long mtu exchange", "02 17 00 00", "01 02 00 00 04"},
+        {"find by type value", "06 01 00 ff ff 00 28 00 18", "01 06 00 00 06"},
+        {"read multiple", "0e 03 00 0d 00", "01 0e 00 00 06"},
+        {"prepare write", "16 0d 00 00 00 41", "01 16 00 00 06"},
+        {"execute write", "18 01", "01 18 00 00 06"},
+        {"read multiple variable", "20 03 00 0d 00", "01 20 00 00 06"},
     };
-    Case const cases[] = {
-        {"read handle 0", {0x0A, 0x00, 0x00}, {0x01, 0x0A, 0x00, 0x00, 0x01}},
-        {"read past the table", {0x0A, 0x12, 0x00}, {0x01, 0x0A, 0x12, 0x00, 0x01}},
-        {"read a notify-only value", {0x0A, kNotifyValue, 0x00}, {0x01, 0x0A, 0x06, 0x00, 0x02}},
-        {"read blob past the table", {0x0C, 0x40, 0x00, 0x00, 0x00}, {0x01, 0x0C, 0x40, 0x00, 0x01}},
-        {"read blob of a command value", {0x0C, kCommandValue, 0x00, 0x00, 0x00}, {0x01, 0x0C, 0x09, 0x00, 0x02}},
-        {"write the name", {0x12, kNameHandle, 0x00, 0x41}, {0x01, 0x12, 0x03, 0x00, 0x03}},
-        {"write a declaration", {0x12, 0x02, 0x00, 0x41}, {0x01, 0x12, 0x02, 0x00, 0x03}},
-        {"write a service", {0x12, 0x01, 0x00, 0x41}, {0x01, 0x12, 0x01, 0x00, 0x03}},
-        {"write request to a command value", {0x12, kCommandValue, 0x00, 0x41}, {0x01, 0x12, 0x09, 0x00, 0x03}},
-        {"write past the table", {0x12, 0x30, 0x00, 0x41}, {0x01, 0x12, 0x30, 0x00, 0x01}},
-        {"write a descriptor", {0x12, 0x0E, 0x00, 0x41}, {0x01, 0x12, 0x0E, 0x00, 0x03}},
-        {"configuration of one byte", {0x12, kNotifyConfiguration, 0x00, 0x01}, {0x01, 0x12, 0x07, 0x00, 0x0D}},
-        {"notify bit without notify", {0x12, kIndicateConfiguration, 0x00, 0x01, 0x00}, {0x01, 0x12, 0x11, 0x00, 0x13}},
-        {"indicate bit without indicate",
-         {0x12, kNotifyConfiguration, 0x00, 0x02, 0x00},
-         {0x01, 0x12, 0x07, 0x00, 0x13}},
-        {"reserved configuration bit", {0x12, kNotifyConfiguration, 0x00, 0x05, 0x00}, {0x01, 0x12, 0x07, 0x00, 0x13}},
-        {"group type that is no group", {0x10, 0x01, 0x00, 0xFF, 0xFF, 0x03, 0x28}, {0x01, 0x10, 0x01, 0x00, 0x10}},
-        {"group range from 0", {0x10, 0x00, 0x00, 0xFF, 0xFF, 0x00, 0x28}, {0x01, 0x10, 0x00, 0x00, 0x01}},
-        {"type range from 0", {0x08, 0x00, 0x00, 0xFF, 0xFF, 0x03, 0x28}, {0x01, 0x08, 0x00, 0x00, 0x01}},
-        {"type range backwards", {0x08, 0x05, 0x00, 0x04, 0x00, 0x03, 0x28}, {0x01, 0x08, 0x05, 0x00, 0x01}},
-        {"type range with no declaration", {0x08, 0x06, 0x00, 0x07, 0x00, 0x03, 0x28}, {0x01, 0x08, 0x06, 0x00, 0x0A}},
-        {"information range backwards", {0x04, 0x03, 0x00, 0x02, 0x00}, {0x01, 0x04, 0x03, 0x00, 0x01}},
-        {"information from 0", {0x04, 0x00, 0x00, 0x02, 0x00}, {0x01, 0x04, 0x00, 0x00, 0x01}},
-        {"information past the table", {0x04, 0x12, 0x00, 0xFF, 0xFF}, {0x01, 0x04, 0x12, 0x00, 0x0A}},
-        {"three-byte type", {0x08, 0x01, 0x00, 0xFF, 0xFF, 0x03, 0x28, 0x00}, {0x01, 0x08, 0x00, 0x00, 0x04}},
-        {"short read", {0x0A, 0x03}, {0x01, 0x0A, 0x00, 0x00, 0x04}},
-        {"long mtu exchange", {0x02, 0x17, 0x00, 0x00}, {0x01, 0x02, 0x00, 0x00, 0x04}},
-        {"find by type value", {0x06, 0x01, 0x00, 0xFF, 0xFF, 0x00, 0x28, 0x00, 0x18}, {0x01, 0x06, 0x00, 0x00, 0x06}},
-        {"read multiple", {0x0E, 0x03, 0x00, 0x0D, 0x00}, {0x01, 0x0E, 0x00, 0x00, 0x06}},
-        {"prepare write", {0x16, 0x0D, 0x00, 0x00, 0x00, 0x41}, {0x01, 0x16, 0x00, 0x00, 0x06}},
-        {"execute write", {0x18, 0x01}, {0x01, 0x18, 0x00, 0x00, 0x06}},
-        {"read multiple variable", {0x20, 0x03, 0x00, 0x0D, 0x00}, {0x01, 0x20, 0x00, 0x00, 0x06}},
-    };
-    for (Case const& c : cases) EXPECT_EQ(hex(request(c.request)), hex(c.answer)) << c.what;
+    for (Case const& c : cases) EXPECT_EQ(request(c.request), c.answer) << c.what;
     // Nothing that failed changed anything.
-    EXPECT_EQ(hex(request({0x0A, kNotifyConfiguration, 0x00})), "0b 00 00");
-    EXPECT_EQ(hex(request({0x0A, kIndicateConfiguration, 0x00})), "0b 00 00");
-    EXPECT_EQ(hex(request({0x0A, kNameHandle, 0x00})), hex(concat({{0x0B}, text("Zelmor")})));
+    run({{"0a 07 00", "0b 00 00"}, {"0a 11 00", "0b 00 00"}, {kReadName, kZelmor}});
 }
 
-TEST_F(SimAttServer, CommandsAndConfirmationsAreNeverAnswered) {
+TEST_F(SimAttServer, WritesReachTheirCharacteristicsAndCommandsAreNeverAnswered) {
     struct Case {
         char const* what;
-        Bytes pdu;
+        char const* pdu;
+    } const ignored[] = {
+        {"write command to the name", "52 03 00 41"},
+        {"write command to a value written by request", "52 0d 00 41"},
+        {"write command past the table", "52 30 00 41"},
+        {"short write command", "52 09"},
+        {"signed write command", "d2 09 00 41 00 00 00 00 00 00 00 00 00 00 00 00"},
+        {"handle value confirmation", "1e"},
     };
-    Case const cases[] = {
-        {"write command to the name", {0x52, kNameHandle, 0x00, 0x41}},
-        {"write command to a value written by request", {0x52, kSettingValue, 0x00, 0x41}},
-        {"write command past the table", {0x52, 0x30, 0x00, 0x41}},
-        {"short write command", {0x52, kCommandValue}},
-        {"signed write command", {0xD2, kCommandValue, 0x00, 0x41, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-        {"handle value confirmation", {0x1E}},
-    };
-    for (Case const& c : cases) EXPECT_EQ(hex(request(c.pdu)), "") << c.what;
+    for (Case const& c : ignored) EXPECT_EQ(request(c.pdu), "") << c.what;
     EXPECT_TRUE(commands_.empty());
-    EXPECT_EQ(hex(request({0x0A, kNameHandle, 0x00})), hex(concat({{0x0B}, text("Zelmor")})));
-    EXPECT_EQ(hex(request({0x0A, kSettingValue, 0x00})), "0b 11 22");
-}
-
-TEST_F(SimAttServer, WritesReachTheirCharacteristics) {
-    EXPECT_EQ(hex(request({0x52, kCommandValue, 0x00, 0x01, 0x02, 0x03})), "");
-    EXPECT_EQ(hex(request({0x52, kCommandValue, 0x00})), "");
+    run({{kReadName, kZelmor},
+         {"0a 0d 00", "0b 11 22"},
+         {"52 09 00 01 02 03", ""},
+         {"52 09 00", ""},
+         {"12 0d 00 aa bb cc", "13"},
+         {"0a 0d 00", "0b aa bb cc"}});
     ASSERT_EQ(commands_.size(), 2u);
     EXPECT_EQ(hex(commands_[0]), "01 02 03");
     EXPECT_TRUE(commands_[1].empty());
-    run({{{0x12, kSettingValue, 0x00, 0xAA, 0xBB, 0xCC}, {0x13}},
-         {{0x0A, kSettingValue, 0x00}, {0x0B, 0xAA, 0xBB, 0xCC}}});
     EXPECT_EQ(hex(setting_), "aa bb cc");
 }
 
 TEST_F(SimAttServer, NotificationsGoOutOnlyWhileTheirConfigurationBitIsSet) {
-    Bytes const value{0x01, 0x02, 0x03};
-    EXPECT_FALSE(server_->notify(kNotifyValue, value.data(), value.size()));
-    EXPECT_EQ(hex(take()), "");
+    EXPECT_FALSE(notify(kNotifyValue));
+    EXPECT_EQ(take(), "");
 
-    run({{{0x12, kNotifyConfiguration, 0x00, 0x01, 0x00}, {0x13}},
-         {{0x0A, kNotifyConfiguration, 0x00}, {0x0B, 0x01, 0x00}}});
+    run({{"12 07 00 01 00", "13"}, {"0a 07 00", "0b 01 00"}});
     EXPECT_TRUE(server_->notificationsEnabled(kNotifyValue));
-    EXPECT_TRUE(server_->notify(kNotifyValue, value.data(), value.size()));
-    EXPECT_EQ(hex(take()), "1b 06 00 01 02 03");
+    EXPECT_TRUE(notify(kNotifyValue));
+    EXPECT_EQ(take(), "1b 06 00 01 02 03");
     // Each characteristic has its own.
-    EXPECT_FALSE(server_->notify(kCommandValue, value.data(), value.size()));
-    EXPECT_EQ(hex(take()), "");
+    EXPECT_FALSE(notify(kCommandValue));
 
     // Indications on are no notifications.
-    run({{{0x12, kIndicateConfiguration, 0x00, 0x02, 0x00}, {0x13}}});
-    EXPECT_FALSE(server_->notify(kIndicateValue, value.data(), value.size()));
+    run({{"12 11 00 02 00", "13"}});
+    EXPECT_FALSE(notify(kIndicateValue));
     // Values without a configuration descriptor never notify.
     for (uint16_t handle : {uint16_t{0}, kNameHandle, kSettingValue, uint16_t{0x40}})
-        EXPECT_FALSE(server_->notify(handle, value.data(), value.size())) << handle;
-    EXPECT_EQ(hex(take()), "");
+        EXPECT_FALSE(notify(handle)) << handle;
+    EXPECT_EQ(take(), "");
 
-    run({{{0x12, kNotifyConfiguration, 0x00, 0x00, 0x00}, {0x13}}});
+    run({{"12 07 00 00 00", "13"}});
     EXPECT_FALSE(server_->notificationsEnabled(kNotifyValue));
-    EXPECT_FALSE(server_->notify(kNotifyValue, value.data(), value.size()));
-    EXPECT_EQ(hex(take()), "");
+    EXPECT_FALSE(notify(kNotifyValue));
+    EXPECT_EQ(take(), "");
 }
 
 TEST_F(SimAttServer, NotificationCarriesAtMostMtuMinusThreeBytes) {
-    run({{{0x12, kCommandConfiguration, 0x00, 0x01, 0x00}, {0x13}}});
-    Bytes const value(200, 0x5A);
-    EXPECT_TRUE(server_->notify(kCommandValue, value.data(), 20));
-    EXPECT_EQ(take().size(), 23u);
-    EXPECT_FALSE(server_->notify(kCommandValue, value.data(), 21));
-    exchangeMtu(100);
-    EXPECT_TRUE(server_->notify(kCommandValue, value.data(), 97));
-    EXPECT_EQ(take().size(), 100u);
-    EXPECT_FALSE(server_->notify(kCommandValue, value.data(), 98));
-    EXPECT_EQ(hex(take()), "");
+    run({{"12 0a 00 01 00", "13"}});
+    EXPECT_TRUE(notify(kCommandValue, Bytes(20, 0x5A)));
+    EXPECT_EQ(fromHex(take()).size(), 23u);
+    EXPECT_FALSE(notify(kCommandValue, Bytes(21, 0x5A)));
+    run({{"02 64 00", "03 f7 00"}});
+    EXPECT_TRUE(notify(kCommandValue, Bytes(97, 0x5A)));
+    EXPECT_EQ(fromHex(take()).size(), 100u);
+    EXPECT_FALSE(notify(kCommandValue, Bytes(98, 0x5A)));
+    EXPECT_EQ(take(), "");
 }
 
 TEST_F(SimAttServer, ConfigurationHandlesBelongToNotifyingAndIndicatingValues) {
@@ -357,29 +314,25 @@ TEST_F(SimAttServer, ConfigurationHandlesBelongToNotifyingAndIndicatingValues) {
         EXPECT_EQ(server_->configurationHandle(handle), 0) << handle;
 }
 
-TEST_F(SimAttServer, LinkEndsWhenTheClientLeaves) {
+TEST_F(SimAttServer, LinkEndsOnCloseOrWhenTheClientLeaves) {
+    // Nothing waiting is no end of the link.
+    EXPECT_TRUE(server_->receive());
+    EXPECT_FALSE(server_->closed());
+    run({{"12 07 00 01 00", "13"}});
+    server_->close();
+    server_->close();
+    EXPECT_TRUE(server_->closed());
+    EXPECT_FALSE(server_->receive());
+    EXPECT_FALSE(notify(kNotifyValue));
+    Bytes buffer(16);
+    EXPECT_EQ(::recv(client_, buffer.data(), buffer.size(), MSG_DONTWAIT), 0);
+
+    open(AttServer::kDefaultMtu);
     ::close(client_);
     client_ = -1;
     EXPECT_FALSE(server_->receive());
     EXPECT_TRUE(server_->closed());
     EXPECT_FALSE(server_->receive());
-}
-
-TEST_F(SimAttServer, CloseHangsUpAndStopsNotifications) {
-    run({{{0x12, kNotifyConfiguration, 0x00, 0x01, 0x00}, {0x13}}});
-    server_->close();
-    server_->close();
-    EXPECT_TRUE(server_->closed());
-    EXPECT_FALSE(server_->receive());
-    Bytes const value{0x01};
-    EXPECT_FALSE(server_->notify(kNotifyValue, value.data(), value.size()));
-    Bytes buffer(16);
-    EXPECT_EQ(::recv(client_, buffer.data(), buffer.size(), MSG_DONTWAIT), 0);
-}
-
-TEST_F(SimAttServer, NothingWaitingIsNoEndOfTheLink) {
-    EXPECT_TRUE(server_->receive());
-    EXPECT_FALSE(server_->closed());
 }
 
 }  // namespace

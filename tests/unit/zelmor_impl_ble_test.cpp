@@ -3,12 +3,14 @@
 // the other. Everything above the socket is the production code.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <vector>
 
-#include "auth_key.h"
 #include "ble_radio.h"
 #include "callback_result.h"
 #include "cobs.h"
@@ -23,13 +25,12 @@ using Reason = Zelmor::DisconnectReason;
 constexpr uint64_t kAddress = 0xC25A4C000001;
 constexpr int64_t kNow = 1763800000;  // the device's clock stands still: readings compare exactly
 
-sim::SimulatedDeviceConfig bleConfig(uint8_t revision, std::string userPassword = {}) {
+sim::SimulatedDeviceConfig bleConfig(uint8_t revision) {
     sim::SimulatedDeviceConfig config;
     config.hardwareRevision = revision;
     config.firmwareVersion = 0x0250;
     config.serial = kAddress;
     config.name = "Van";
-    config.userPassword = std::move(userPassword);
     config.historyDays = 2;
     config.logIntervalSeconds = 60;
     config.bluetoothAddress = {0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x01};
@@ -38,26 +39,26 @@ sim::SimulatedDeviceConfig bleConfig(uint8_t revision, std::string userPassword 
 }
 
 /// Live records as the monitor-data callback delivers them.
-struct LiveRecords {
-    std::mutex mutex;
-    std::condition_variable arrived;
-    std::vector<Zelmor::MonitorData> records;
-
+class LiveRecords {
+public:
     Zelmor::MonitorDataCallback callback() {
         return [this](Zelmor::MonitorData const& data) {
-            std::lock_guard lock(mutex);
-            records.push_back(data);
-            arrived.notify_all();
+            std::lock_guard lock(mutex_);
+            records_.push_back(data);
+            arrived_.notify_all();
         };
     }
-    bool waitFor(size_t count) {
-        std::unique_lock lock(mutex);
-        return arrived.wait_for(lock, std::chrono::seconds(20), [&] { return records.size() >= count; });
+    /// All records once there are `count`; fewer when they do not come in time.
+    std::vector<Zelmor::MonitorData> wait(size_t count) {
+        std::unique_lock lock(mutex_);
+        arrived_.wait_for(lock, std::chrono::seconds(20), [&] { return records_.size() >= count; });
+        return records_;
     }
-    size_t count() {
-        std::lock_guard lock(mutex);
-        return records.size();
-    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::vector<Zelmor::MonitorData> records_;
 };
 
 template <class Condition>
@@ -78,14 +79,17 @@ protected:
         device_ = std::make_unique<sim::SimulatedDevice>(std::move(config));
         radio_.addDevice(kAddress, *device_, options);
         zelmor_ = std::make_unique<ZelmorImpl>("127.0.0.1", radio_.host());
-        zelmor_->setConnectedCallback(connected_.callback());
-        zelmor_->setDisconnectCallback(disconnected_.callback());
         zelmor_->setMonitorDataCallback(live_.callback());
         ASSERT_TRUE(zelmor_->openBluetooth());
     }
-    void connect(uint64_t address = kAddress) {
+    /// Connects with fresh link callbacks; waits for the link unless told not to.
+    void connect(uint64_t address = kAddress, bool wait = true) {
+        connected_ = {};
+        disconnected_ = {};
+        zelmor_->setConnectedCallback(connected_.callback());
+        zelmor_->setDisconnectCallback(disconnected_.callback());
         zelmor_->connectBle(address);
-        connected_.get();
+        if (wait) connected_.get();
     }
     void TearDown() override {
         if (!zelmor_) return;
@@ -137,32 +141,14 @@ TEST_F(BleLink, RunsTheDeviceProtocol) {
     EXPECT_EQ(copy, device_->logFile(file.fileId));
 }
 
-TEST_F(BleLink, LockedDeviceRefusesUntilUnlocked) {
-    start(bleConfig(0x23, "kingfisher"));
-    connect();
-    CallbackResult<Code, Zelmor::MonitorStatistics> locked;
-    zelmor_->requestGetStatistics(locked.callback());
-    EXPECT_EQ(std::get<0>(locked.get()), Code::LockedByUserPassword);
-
-    CallbackResult<Code> wrong;
-    zelmor_->requestUnlock(makeAuthKey("heron"), wrong.callback());
-    EXPECT_NE(std::get<0>(wrong.get()), Code::Success);
-    CallbackResult<Code> right;
-    zelmor_->requestUnlock(makeAuthKey("kingfisher"), right.callback());
-    EXPECT_EQ(std::get<0>(right.get()), Code::Success);
-
-    CallbackResult<Code, Zelmor::MonitorStatistics> unlocked;
-    zelmor_->requestGetStatistics(unlocked.callback());
-    EXPECT_EQ(std::get<0>(unlocked.get()), Code::Success);
-}
-
 TEST_F(BleLink, LiveDataCarriesTheDeviceReadingsAndTheLinkRssi) {
     start(bleConfig(0x23));
     radio_.host().setRssi(-71);
     connect();
-    ASSERT_TRUE(live_.waitFor(2));
+    std::vector<Zelmor::MonitorData> records = live_.wait(2);
+    ASSERT_GE(records.size(), 2u);
     sim::MonitorReadings const expected = device_->readings();
-    Zelmor::MonitorData const got = live_.records.back();
+    Zelmor::MonitorData const& got = records.back();
     EXPECT_EQ(got.hardwareRevision, 0x23);
     EXPECT_EQ(got.firmwareVersion, 0x0250);
     EXPECT_EQ(got.time, expected.time);
@@ -181,20 +167,8 @@ TEST_F(BleLink, LiveDataCarriesTheDeviceReadingsAndTheLinkRssi) {
 
     // An adapter that cannot tell the signal strength leaves it "not available".
     radio_.host().setRssi(0, false);
-    size_t const before = live_.count();
-    ASSERT_TRUE(live_.waitFor(before + 2));
-    std::lock_guard lock(live_.mutex);
-    EXPECT_EQ(live_.records.back().rssi, -32768);
-}
-
-TEST_F(BleLink, ShortFormOfTheSevenTModelHasNoSecondVoltage) {
-    start(bleConfig(0x30));
-    connect();
-    ASSERT_TRUE(live_.waitFor(1));
-    std::lock_guard lock(live_.mutex);
-    EXPECT_EQ(live_.records.front().hardwareRevision, 0x30);
-    EXPECT_TRUE(std::isnan(live_.records.front().voltage2));
-    EXPECT_FLOAT_EQ(live_.records.front().voltage1, device_->readings().voltage1);
+    records = live_.wait(records.size() + 2);
+    EXPECT_EQ(records.back().rssi, -32768);
 }
 
 /// One live-data frame of `length` bytes naming `revision`, COBS-framed.
@@ -207,59 +181,56 @@ std::vector<uint8_t> liveFrame(uint8_t revision, size_t length, float voltage1) 
     return encoded;
 }
 
-TEST_F(BleLink, FrameThatDoesNotFitItsRevisionAbandonsTheNotification) {
-    start(bleConfig(0x30), {.mtu = 247, .extraCharacteristic = false, .liveDataIntervalMs = 0});
+// The short form of the 0x3_ models, and a frame that does not fit it: the
+// notification is abandoned, so the good frame behind it is not decoded, but
+// the next notification is.
+TEST_F(BleLink, SevenTModelSendsTheShortFormAndAMisfitAbandonsItsNotification) {
+    start(bleConfig(0x30));
     connect();
+    std::vector<Zelmor::MonitorData> const first = live_.wait(1);
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(first[0].hardwareRevision, 0x30);
+    EXPECT_TRUE(std::isnan(first[0].voltage2));
+    EXPECT_FLOAT_EQ(first[0].voltage1, device_->readings().voltage1);
+
     std::shared_ptr<sim::BleDevicePeer> const peer = radio_.latestPeer(kAddress);
     ASSERT_TRUE(peer);
-    ASSERT_TRUE(live_.waitFor(1));
-    size_t const before = live_.count();
-
-    // A 51-byte frame from a 0x3_ model: the good frame behind it in the same
-    // notification is not decoded; the next notification is.
     std::vector<uint8_t> notification = liveFrame(0x30, 51, 11.0f);
     std::vector<uint8_t> const good = liveFrame(0x30, 47, 12.5f);
     notification.insert(notification.end(), good.begin(), good.end());
     ASSERT_TRUE(peer->notify(peer->liveDataHandle(), notification));
     ASSERT_TRUE(peer->notify(peer->liveDataHandle(), liveFrame(0x30, 47, 13.25f)));
 
-    ASSERT_TRUE(live_.waitFor(before + 1));
-    std::unique_lock lock(live_.mutex);
-    auto const pushed = std::find_if(live_.records.begin() + static_cast<long>(before), live_.records.end(),
-                                     [](Zelmor::MonitorData const& m) { return m.voltage1 != 0 && m.time == 0; });
-    ASSERT_NE(pushed, live_.records.end());
-    EXPECT_FLOAT_EQ(pushed->voltage1, 13.25f);
-    EXPECT_TRUE(std::isnan(pushed->voltage2));
+    // The device's own records carry its clock; the crafted ones a time of 0.
+    std::vector<Zelmor::MonitorData> pushed;
+    ASSERT_TRUE(waitUntil([&] {
+        pushed.clear();
+        for (Zelmor::MonitorData const& m : live_.wait(0))
+            if (m.time == 0) pushed.push_back(m);
+        return !pushed.empty();
+    }));
+    ASSERT_EQ(pushed.size(), 1u);
+    EXPECT_FLOAT_EQ(pushed[0].voltage1, 13.25f);
+    EXPECT_TRUE(std::isnan(pushed[0].voltage2));
 }
 
 TEST_F(BleLink, DeviceServiceWithAThirdCharacteristicIsClosedLocally) {
-    start(bleConfig(0x23), {.mtu = 247, .extraCharacteristic = true, .liveDataIntervalMs = 1000});
-    zelmor_->connectBle(kAddress);
+    start(bleConfig(0x23), {.extraCharacteristic = true});
+    connect(kAddress, false);
     EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ClosedLocally);
 }
 
 TEST_F(BleLink, LinkEndsAreReportedWithTheDeviceInterfaceReasons) {
     start(bleConfig(0x23));
     // Nobody at that address: the connection never comes up.
-    zelmor_->connectBle(0xC25A4C0000FF);
+    connect(0xC25A4C0000FF, false);
     EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ConnectFailed);
-
-    // The device goes away: a lost link; pending requests fail first.
-    disconnected_ = {};
-    connected_ = {};
-    zelmor_->setConnectedCallback(connected_.callback());
-    zelmor_->setDisconnectCallback(disconnected_.callback());
-    connect();
     // Live data flows once both notification enables are through, so no
     // write of the client's is under way when the device goes.
-    ASSERT_TRUE(live_.waitFor(1));
+    connect();
+    ASSERT_FALSE(live_.wait(1).empty());
     radio_.latestPeer(kAddress)->close();
     EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ConnectionLost);
-
-    disconnected_ = {};
-    connected_ = {};
-    zelmor_->setConnectedCallback(connected_.callback());
-    zelmor_->setDisconnectCallback(disconnected_.callback());
     connect();
     zelmor_->disconnect();
     EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ClosedLocally);
@@ -268,13 +239,13 @@ TEST_F(BleLink, LinkEndsAreReportedWithTheDeviceInterfaceReasons) {
 TEST_F(BleLink, FramesAreWrittenInPiecesOfTheMtuLessThree) {
     start(bleConfig(0x23));
     radio_.host().holdConnections(true);
-    zelmor_->connectBle(kAddress);
+    connect(kAddress, false);
     ASSERT_TRUE(waitUntil([&] { return radio_.host().connectionHeld(); }));
     std::vector<uint8_t> const frame(600, 0x55);
     zelmor_->sendData(frame.data(), frame.size());  // still connecting: nothing goes out
     radio_.host().holdConnections(false);
     connected_.get();
-    ASSERT_TRUE(live_.waitFor(1));
+    ASSERT_FALSE(live_.wait(1).empty());
     std::shared_ptr<sim::BleDevicePeer> const peer = radio_.latestPeer(kAddress);
     ASSERT_EQ(peer->mtu(), 247);
     EXPECT_TRUE(peer->commandWriteSizes().empty());

@@ -1,0 +1,221 @@
+#include "gui_device.h"
+
+#include <wx/menu.h>
+#include <wx/msgdlg.h>
+#include <wx/panel.h>
+#include <wx/sizer.h>
+#include <wx/stattext.h>
+
+#include "auth_key.h"
+#include "device_window_rules.h"
+#include "gui_enter_string.h"
+#include "gui_event.h"
+#include "hardware_revision.h"
+#include "local_store_instance.h"
+#include "lock_status.h"
+#include "report_response_code.h"
+#include "zelmor_impl.h"
+
+namespace {
+
+constexpr int kValueMargin = 10;
+
+// The menus whose commands a device that is ready may take.
+constexpr char const* kMenuTitles[] = {"&Device", "&Settings", "&Help"};
+
+}  // namespace
+
+GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, ZelmorScanner*)
+    : wxFrame(parent, wxID_ANY, wxString::FromUTF8(deviceWindowTitle(id.name)), wxDefaultPosition, wxSize(360, 420)),
+      id_(id),
+      device_(std::make_unique<ZelmorImpl>()),
+      monitorTimer_(this, kMonitorTimerId),
+      logSyncTimer_(this, kLogSyncTimerId),
+      refreshTimer_(this, kRefreshTimerId) {
+    bindGuiEvents(*this);
+    buildMenus();
+    CreateStatusBar(1);
+    SetStatusText("Disconnected");
+    buildLivePanel();
+    Bind(wxEVT_TIMER, &GuiDevice::OnMonitorDataTimerEvent, this, kMonitorTimerId);
+    Bind(wxEVT_TIMER, &GuiDevice::OnRefreshTimerEvent, this, kRefreshTimerId);
+    Bind(wxEVT_CLOSE_WINDOW, &GuiDevice::OnClose, this);
+    refreshTimer_.Start(kRefreshIntervalMs);
+
+    wxWeakRef<GuiDevice> const self(this);
+    device_->setConnectedCallback([self] { postToWindow(self, [](GuiDevice& window) { window.linkUp(); }); });
+    device_->setDisconnectCallback([self](Zelmor::DisconnectReason reason) {
+        postToWindow(self, [reason](GuiDevice& window) { window.linkEnded(reason); });
+    });
+    device_->setMonitorDataCallback([self](Zelmor::MonitorData const& data) {
+        postToWindow(self, [data](GuiDevice& window) { window.monitorDataReceived(data); });
+    });
+
+    SetStatusText("Connecting ...");
+    switch (chooseLink(id_)) {
+        case LinkChoice::Bluetooth:
+            // Without an adapter the attempt fails at once and is reported as usual.
+            device_->openBluetooth();
+            device_->connectBle(id_.bluetoothAddress);
+            break;
+        case LinkChoice::Lan:
+            device_->connectLan(id_.ipAddress);
+            break;
+        case LinkChoice::Hub:
+            device_->connectHub(hubAccessKey(id_));
+            break;
+    }
+}
+
+GuiDevice::~GuiDevice() {
+    // Closed with its parent, the window gets no close event: detach here too.
+    // The link's threads end here, before the window's event queue goes.
+    detachFromDevice();
+    device_.reset();
+}
+
+void GuiDevice::detachFromDevice() {
+    device_->setConnectedCallback({});
+    device_->setDisconnectCallback({});
+    device_->setMonitorDataCallback({});
+}
+
+void GuiDevice::buildMenus() {
+    auto* bar = new wxMenuBar;
+    for (char const* title : kMenuTitles) bar->Append(new wxMenu, title);
+    SetMenuBar(bar);
+    setMenusEnabled(false);
+}
+
+void GuiDevice::setMenusEnabled(bool enabled) {
+    for (size_t menu = 0; menu < std::size(kMenuTitles); ++menu) GetMenuBar()->EnableTop(menu, enabled);
+}
+
+void GuiDevice::buildLivePanel() {
+    livePanel_ = new wxPanel(this);
+    liveGrid_ = new wxFlexGridSizer(2, wxSize(kValueMargin, 4));
+    liveGrid_->AddGrowableCol(1);
+    auto* border = new wxBoxSizer(wxVERTICAL);
+    border->Add(liveGrid_, 1, wxEXPAND | wxALL, kValueMargin);
+    livePanel_->SetSizer(border);
+}
+
+void GuiDevice::linkUp() {
+    wxWeakRef<GuiDevice> const self(this);
+    device_->requestGetInfo([self](Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info) {
+        postToWindow(self, [code, info](GuiDevice& window) { window.infoReceived(code, info); });
+    });
+}
+
+void GuiDevice::infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info) {
+    if (!reportResponseCode(this, code)) return;
+    info_ = info;
+    SetStatusText("Connected");
+    SetTitle(wxString::FromUTF8(deviceWindowTitle(info.name)));
+    if (deviceLocked(info))
+        deviceUnlock(true);
+    else
+        deviceReady();
+}
+
+void GuiDevice::deviceUnlock(bool onConnect) {
+    GuiEnterString dialog(this, wxID_ANY, "Enter password", true, false);
+    if (dialog.ShowModal() != wxID_OK) return;
+    wxWeakRef<GuiDevice> const self(this);
+    device_->requestUnlock(makeAuthKey(dialog.value()), [self, onConnect](Zelmor::ResponseCode code) {
+        postToWindow(self, [code, onConnect](GuiDevice& window) {
+            if (code == Zelmor::ResponseCode::Success) {
+                if (onConnect) window.deviceReady();
+            } else if (code == Zelmor::ResponseCode::PasswordRejected) {
+                wxMessageDialog(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP)
+                    .ShowModal();
+                window.deviceUnlock(onConnect);
+            } else {
+                reportResponseCode(&window, code);
+            }
+        });
+    });
+}
+
+void GuiDevice::deviceReady() {
+    // The Bluetooth LE models push their readings; the network models are asked.
+    if (isNetworkModel(info_.hardwareRevision)) {
+        monitorTimer_.Start(static_cast<int>(monitorPollMs(device_->isDirectConnection())));
+        // The first readings at once rather than a poll period later.
+        requestMonitorData();
+    }
+    localStore().setCurrentDevice(id_.serial != 0 ? id_.serial : info_.serial);
+    setMenusEnabled(true);
+}
+
+void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) { requestMonitorData(); }
+
+void GuiDevice::requestMonitorData() {
+    wxWeakRef<GuiDevice> const self(this);
+    device_->requestGetMonitorData([self](Zelmor::ResponseCode code, Zelmor::MonitorData const& data) {
+        // A failed poll is dropped; the next tick tries again.
+        if (code != Zelmor::ResponseCode::Success) return;
+        postToWindow(self, [data](GuiDevice& window) { window.monitorDataReceived(data); });
+    });
+}
+
+void GuiDevice::monitorDataReceived(Zelmor::MonitorData const& data) {
+    monitorData_ = data;
+    panelStale_ = true;
+    if (!refreshTimer_.IsRunning()) refreshTimer_.Start(kRefreshIntervalMs);
+}
+
+void GuiDevice::OnRefreshTimerEvent(wxTimerEvent&) {
+    if (!panelStale_ || !monitorData_) {
+        // Nothing new to draw: the timer sleeps until the next reading, so an
+        // idle window is not woken sixty times a second.
+        refreshTimer_.Stop();
+        return;
+    }
+    panelStale_ = false;
+    uint8_t const revision = monitorData_->hardwareRevision;
+    bool const rssiAvailable = !isNetworkModel(revision) || isWifiFamily(revision);
+    std::vector<PanelRow> rows = livePanelRows(*monitorData_, rssiAvailable, std::nullopt);
+
+    bool const sameLabels = rows.size() == shownRows_.size() &&
+                            std::equal(rows.begin(), rows.end(), shownRows_.begin(),
+                                       [](PanelRow const& a, PanelRow const& b) { return a.label == b.label; });
+    if (!sameLabels) {
+        liveGrid_->Clear(true);
+        liveLabels_.clear();
+        for (PanelRow const& row : rows) {
+            auto* label = new wxStaticText(livePanel_, wxID_ANY, wxString::FromUTF8(row.label));
+            auto* value = new wxStaticText(livePanel_, wxID_ANY, wxString(), wxDefaultPosition, wxDefaultSize,
+                                           wxALIGN_RIGHT | wxST_NO_AUTORESIZE);
+            liveGrid_->Add(label);
+            liveGrid_->Add(value, 1, wxEXPAND);
+            liveLabels_.emplace_back(label, value);
+        }
+    }
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (sameLabels && rows[i].value == shownRows_[i].value) continue;
+        liveLabels_[i].second->SetLabel(wxString::FromUTF8(rows[i].value));
+    }
+    shownRows_ = std::move(rows);
+    if (!sameLabels) livePanel_->Layout();
+}
+
+void GuiDevice::linkEnded(Zelmor::DisconnectReason reason) {
+    monitorTimer_.Stop();
+    logSyncTimer_.Stop();
+    localStore().clearCurrentDevice();
+    setMenusEnabled(false);
+    SetStatusText("Disconnected");
+    LinkEndOutcome const outcome = linkEndOutcome(reason);
+    if (outcome.showMessage)
+        wxMessageDialog(this, outcome.message, kLinkEndCaption, wxOK | wxCENTRE | wxSTAY_ON_TOP).ShowModal();
+    Close(true);
+}
+
+void GuiDevice::OnClose(wxCloseEvent& event) {
+    // No late callback may reach a closing window.
+    detachFromDevice();
+    refreshTimer_.Stop();
+    monitorTimer_.Stop();
+    event.Skip();
+}

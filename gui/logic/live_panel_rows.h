@@ -1,0 +1,22 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zelmor.h"
+
+/// One line of the device window's live panel.
+struct PanelRow {
+    std::string label;
+    std::string value;
+};
+
+/// The live panel for one reading, top to bottom. Rows whose reading the
+/// device does not report are left out: "Voltage 2" (then one "Voltage" row
+/// stands for both), "Battery SoC", "Battery Runtime", and "Device RSSI" unless
+/// the link measures a signal strength (`rssiAvailable`). The device clock is
+/// shown in the device's time zone, `utcOffsetMinutes` east of UTC, or in UTC
+/// when the zone is not known.
+std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAvailable,
+                                    std::optional<int> utcOffsetMinutes);

@@ -1,0 +1,3 @@
+#include "gui_application.h"
+
+wxIMPLEMENT_APP(GuiApplication);

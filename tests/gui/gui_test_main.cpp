@@ -1,0 +1,79 @@
+#include <gtest/gtest.h>
+
+#include <wx/app.h>
+#include <wx/debug.h>
+#include <wx/dialog.h>
+#include <wx/image.h>
+#include <wx/imagpng.h>
+#include <wx/init.h>
+#include <wx/modalhook.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+// Runs the GUI tests inside a wxWidgets application on the display in
+// DISPLAY, which CI provides with Xvfb. Listing the tests needs no display,
+// so that CTest can discover them anywhere. HOME is a fresh directory for the
+// run, since the device windows keep their data under it.
+
+namespace {
+
+/// Answers every modal dialog that no wxTEST_DIALOG expects: it would wait
+/// for a user forever.
+class UnexpectedDialogHook : public wxModalDialogHook {
+protected:
+    int Enter(wxDialog* dialog) override {
+        ADD_FAILURE() << "unexpected modal dialog \"" << dialog->GetTitle().utf8_string() << "\"";
+        return wxID_CANCEL;
+    }
+};
+
+void failOnAssert(wxString const& file, int line, wxString const& function, wxString const& condition,
+                  wxString const& message) {
+    ADD_FAILURE_AT(file.utf8_string().c_str(), line) << "wxWidgets assertion in " << function.utf8_string() << ": "
+                                                     << condition.utf8_string() << " " << message.utf8_string();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+
+    char home[] = "/tmp/zelmor-gui-home-XXXXXX";
+    if (!::mkdtemp(home)) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    ::setenv("HOME", home, 1);
+    // Without the accessibility bridge GTK starts no accessibility bus, which
+    // would outlive the test and be looked for under the next test's HOME.
+    ::setenv("NO_AT_BRIDGE", "1", 1);
+    struct RemoveHome {
+        char const* path;
+        ~RemoveHome() { std::filesystem::remove_all(path); }
+    } const removeHome{home};
+
+    wxApp::SetInstance(new wxApp);
+    if (!wxEntryStart(argc, argv)) {
+        std::fprintf(stderr, "The GUI tests need an X display; run them under Xvfb, e.g. xvfb-run -a %s\n", argv[0]);
+        return 1;
+    }
+    if (!wxTheApp->CallOnInit()) {
+        std::fprintf(stderr, "The wxWidgets application did not start\n");
+        wxEntryCleanup();
+        return 1;
+    }
+    wxImage::AddHandler(new wxPNGHandler);
+    wxSetAssertHandler(failOnAssert);
+    UnexpectedDialogHook unexpectedDialogs;
+    unexpectedDialogs.Register();
+
+    int const result = RUN_ALL_TESTS();
+
+    unexpectedDialogs.Unregister();
+    wxTheApp->OnExit();
+    wxEntryCleanup();
+    return result;
+}
