@@ -12,17 +12,10 @@ cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j"$(nproc)" --target zelmor-sim zelmor-manager
 
 bin=build/release
-fleet=$(mktemp)
 # A LAN model, a WiFi model, a locked one, and one that announces nothing and
 # is reached through the hub only.
-"$bin"/sim/zelmor-sim --device K --device V --device V,user=kingfisher --device V,silent >"$fleet" &
-sim=$!
-trap 'kill "$sim" 2>/dev/null; wait "$sim" 2>/dev/null; rm -f "$fleet"' EXIT
-for _ in $(seq 100); do
-  grep -q "^Ready" "$fleet" && break
-  kill -0 "$sim" || exit 1
-  sleep 0.1
-done
+. scripts/start-fleet.sh
+start_fleet --device K --device V --device V,user=kingfisher --device V,silent
 
 # A device's line: address, model, "name", serial, [user password "…"], [silent], link.
 name_of() { awk -v address="$1" '$1 == address' "$fleet" | cut -d'"' -f2; }

@@ -12,15 +12,8 @@ cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j"$(nproc)" --target zelmor-sim zelmorctl
 
 bin=build/release
-fleet=$(mktemp)
-"$bin"/sim/zelmor-sim >"$fleet" &
-sim=$!
-trap 'kill "$sim" 2>/dev/null; wait "$sim" 2>/dev/null; rm -f "$fleet"' EXIT
-for _ in $(seq 100); do
-  grep -q "^Ready" "$fleet" && break
-  kill -0 "$sim" || exit 1
-  sleep 0.1
-done
+. scripts/start-fleet.sh
+start_fleet
 
 ctl() {
   echo
