@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "byte_io.h"
+#include "crc16_paths.h"
 
 #if defined(__x86_64__)
 #include <immintrin.h>
@@ -45,20 +46,6 @@ inline uint16_t sliceWord(uint64_t word, size_t after) {
     return crc;
 }
 
-uint16_t sliced(uint8_t const* data, size_t length) {
-    uint16_t crc = 0;
-    while (length >= kSlices) {
-        // The running CRC folds into the first two bytes of the block.
-        uint64_t const low = readLe<uint64_t>(data) ^ crc;
-        uint64_t const high = readLe<uint64_t>(data + 8);
-        crc = static_cast<uint16_t>(sliceWord(low, kSlices - 1) ^ sliceWord(high, kSlices - 9));
-        data += kSlices;
-        length -= kSlices;
-    }
-    for (size_t i = 0; i < length; ++i) crc = static_cast<uint16_t>((crc >> 8) ^ kTables[0][(crc ^ data[i]) & 0xFF]);
-    return crc;
-}
-
 #if defined(__x86_64__)
 
 // Carry-less multiplication folds the message 64 bytes at a time into four
@@ -73,8 +60,6 @@ uint16_t sliced(uint8_t const* data, size_t length) {
 // H x (x^(d+63) mod P) + L x (x^(d-1) mod P); the product of two reflected
 // 64-bit values comes out one place lower than a reflected 128-bit one, which
 // is the factor x, so the reflected remainders are the constants.
-constexpr size_t kFoldBytes = 64;
-
 constexpr uint64_t powerOfXModP(unsigned n) {
     uint32_t r = 1;
     for (unsigned i = 0; i < n; ++i) {
@@ -118,8 +103,37 @@ __attribute__((target("pclmul"))) inline __m128i fold(__m128i x, __m128i k) {
     return _mm_xor_si128(_mm_clmulepi64_si128(x, k, 0x00), _mm_clmulepi64_si128(x, k, 0x11));
 }
 
-// `length` is at least kFoldBytes.
-__attribute__((target("pclmul"))) uint16_t folded(uint8_t const* data, size_t length) {
+bool cpuHasClmul() {
+    // This may run before the constructor that fills in what the CPU has.
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("pclmul");
+}
+
+bool const kHaveClmul = cpuHasClmul();
+
+#endif
+
+}  // namespace
+
+uint16_t crc16_paths::sliced(uint8_t const* data, size_t length) {
+    uint16_t crc = 0;
+    while (length >= kSlices) {
+        // The running CRC folds into the first two bytes of the block.
+        uint64_t const low = readLe<uint64_t>(data) ^ crc;
+        uint64_t const high = readLe<uint64_t>(data + 8);
+        crc = static_cast<uint16_t>(sliceWord(low, kSlices - 1) ^ sliceWord(high, kSlices - 9));
+        data += kSlices;
+        length -= kSlices;
+    }
+    for (size_t i = 0; i < length; ++i) crc = static_cast<uint16_t>((crc >> 8) ^ kTables[0][(crc ^ data[i]) & 0xFF]);
+    return crc;
+}
+
+#if defined(__x86_64__)
+
+bool crc16_paths::canFold() { return kHaveClmul; }
+
+__attribute__((target("pclmul"))) uint16_t crc16_paths::folded(uint8_t const* data, size_t length) {
     __m128i x0 = load(data);
     __m128i x1 = load(data + 16);
     __m128i x2 = load(data + 32);
@@ -149,21 +163,11 @@ __attribute__((target("pclmul"))) uint16_t folded(uint8_t const* data, size_t le
     return sliced(rest, 16 + length);
 }
 
-bool cpuHasClmul() {
-    // This may run before the constructor that fills in what the CPU has.
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("pclmul");
-}
-
-bool const kHaveClmul = cpuHasClmul();
-
 #endif
-
-}  // namespace
 
 uint16_t crc16Kermit(uint8_t const* data, size_t length) {
 #if defined(__x86_64__)
-    if (length >= kFoldBytes && kHaveClmul) return folded(data, length);
+    if (length >= crc16_paths::kFoldBytes && kHaveClmul) return crc16_paths::folded(data, length);
 #endif
-    return sliced(data, length);
+    return crc16_paths::sliced(data, length);
 }

@@ -52,11 +52,16 @@ public:
         if (responder) responder(*this, sent);
     }
 
-    /// Sends one plain answer frame to the receive path.
-    void answer(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload = {}) {
+    /// One plain answer frame as it comes over the link.
+    static std::vector<uint8_t> frame(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload = {}) {
         std::vector<uint8_t> wire;
         encodeFrame({code, sequence, static_cast<uint16_t>(payload.size())}, payload.data(), nullptr, wire);
-        feed(wire);
+        return wire;
+    }
+
+    /// Sends one plain answer frame to the receive path.
+    void answer(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload = {}) {
+        feed(frame(code, sequence, payload));
     }
 
     /// Raw bytes to the receive path, as if they had come from the link.
