@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -37,58 +36,44 @@ Identifier goldenIdentifier() {
 // A link on the default host with the given fields joined by "&".
 std::string linkOf(std::vector<std::string_view> const& fields) {
     std::string link = "https://zelmor.link?";
-    for (size_t i = 0; i < fields.size(); ++i) {
-        if (i > 0) link += '&';
-        link += fields[i];
-    }
+    for (size_t i = 0; i < fields.size(); ++i) link += (i > 0 ? "&" : "") + std::string(fields[i]);
     return link;
 }
 
-std::string fieldOf(std::string_view link, std::string_view field) {
-    std::string const key = std::string(field) + "=";
-    size_t const at = link.find(key, link.find('?'));
-    return std::string(link.substr(at + key.size(), link.find('&', at) - at - key.size()));
+// The golden fields with the one named like `replacement` replaced, or left out when it is a bare name.
+std::string with(std::string_view replacement) {
+    std::vector<std::string_view> fields;
+    for (auto f : kGoldenFields) {
+        if (f[0] != replacement[0])
+            fields.push_back(f);
+        else if (replacement.size() > 1)
+            fields.push_back(replacement);
+    }
+    return linkOf(fields);
 }
 
-TEST(DeviceLinkTest, GoldenLinkBothWaysWithoutLocalAddresses) {
+TEST(DeviceLinkTest, GoldenLinksBothWaysWithoutLocalAddresses) {
     Identifier id = goldenIdentifier();
     id.bluetoothAddress = 0xC0FFEE123456;
     id.ipAddress = 0x0100007F;
     EXPECT_EQ(makeDeviceLink(id), kGoldenLink);
-    DeviceLinkResult const result = parseDeviceLink(kGoldenLink);
+    DeviceLinkResult result = parseDeviceLink(kGoldenLink);
     ASSERT_TRUE(result.identifier) << result.error;
     EXPECT_EQ(*result.identifier, goldenIdentifier());
     EXPECT_EQ(result.error, "");
-}
 
-TEST(DeviceLinkTest, FieldsKeepTheirWidthAndAnEmptyNameIsAName) {
+    // Every field keeps its width, and an empty name is a name.
     std::string const zero =
         "https://zelmor.link?n=&s=0000000000000000&h=00&c=AAAAAAAAAAAAAAAAAAAAAA==&"
         "k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=";
     EXPECT_EQ(makeDeviceLink(Identifier{}), zero);
-    auto const result = parseDeviceLink(zero);
+    result = parseDeviceLink(zero);
     ASSERT_TRUE(result.identifier) << result.error;
     EXPECT_EQ(*result.identifier, Identifier{});
-
-    Identifier id;
-    id.serial = 0xFEDCBA9876543210;
-    id.hardwareRevision = 0x05;
-    std::string const link = makeDeviceLink(id);
-    EXPECT_EQ(fieldOf(link, "s"), "fedcba9876543210");
-    EXPECT_EQ(fieldOf(link, "h"), "05");
 }
 
-TEST(DeviceLinkTest, LongNameIsCutToItsFirst32Bytes) {
-    Identifier id = goldenIdentifier();
-    id.name = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789wxyz";
-    std::string const link = makeDeviceLink(id);
-    EXPECT_EQ(fieldOf(link, "n"), "4142434445464748494a4b4c4d4e4f505152535455565758595a303132333435");
-    auto const result = parseDeviceLink(link);
-    ASSERT_TRUE(result.identifier) << result.error;
-    EXPECT_EQ(result.identifier->name, "ABCDEFGHIJKLMNOPQRSTUVWXYZ012345");
-}
-
-TEST(DeviceLinkTest, RoundTripsNamesUpTo32BytesOfAnyValue) {
+// Any bytes, zeros too, at every name length; a longer name is cut to its first 32 bytes.
+TEST(DeviceLinkTest, RoundTripsAnyIdentifier) {
     uint64_t state = 0x9E3779B97F4A7C15;
     auto const next = [&] {
         state ^= state << 13;
@@ -96,16 +81,17 @@ TEST(DeviceLinkTest, RoundTripsNamesUpTo32BytesOfAnyValue) {
         state ^= state << 17;
         return state;
     };
-    for (size_t length = 0; length <= kDeviceLinkMaxNameBytes; ++length) {
+    for (size_t length = 0; length <= kDeviceLinkMaxNameBytes + 8; ++length) {
         Identifier id;
         for (size_t i = 0; i < length; ++i) id.name += static_cast<char>(next());
-        if (length > 0) id.name[0] = '\0';  // zero bytes are name bytes like any other
+        if (length > 0) id.name[0] = '\0';
         id.serial = next();
         id.hardwareRevision = static_cast<uint8_t>(next());
         for (auto& b : id.channelId) b = static_cast<uint8_t>(next());
         for (auto& b : id.key) b = static_cast<uint8_t>(next());
         auto const result = parseDeviceLink(makeDeviceLink(id));
         ASSERT_TRUE(result.identifier) << "name length " << length << ": " << result.error;
+        id.name.resize(std::min(length, kDeviceLinkMaxNameBytes));
         EXPECT_EQ(*result.identifier, id) << "name length " << length;
     }
 }
@@ -124,14 +110,13 @@ TEST(DeviceLinkTest, AcceptsLinksAsUsersPasteThem) {
         linkOf({"n=426F6174", "s=0000000000001A2B", kGoldenRevision, kGoldenChannel, kGoldenKey}),
         linkOf({kGoldenName, "", kGoldenSerial, kGoldenRevision, kGoldenChannel, kGoldenKey, ""}),
         // Base64 as mail programs and URL tools leave it.
-        linkOf({kGoldenName, kGoldenSerial, kGoldenRevision,
-                "c=++++/+ABEDJUdpi63P4+Pw==", "k=4OHi4+Tl5ufo6err7O3u7/Dx8vP09fb3+Pn6+/z9/v8="}),
-        linkOf({kGoldenName, kGoldenSerial, kGoldenRevision, "c=----_-ABEDJUdpi63P4-Pw",
-                "k=4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8"}),
-        linkOf({kGoldenName, kGoldenSerial, kGoldenRevision, "c=%2B%2b--%2F-ABEDJUdpi63P4-Pw%3D%3d",
-                "k=4OHi4-Tl5ufo6err7O3u7%2fDx8vP09fb3-Pn6-_z9_v8%3D"}),
-        linkOf({kGoldenName, kGoldenSerial, kGoldenRevision,
-                "c=-+-+/-ABEDJUdpi63P4+Pw=", "k=4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8="}),
+        with("c=++++/+ABEDJUdpi63P4+Pw=="),
+        with("k=4OHi4+Tl5ufo6err7O3u7/Dx8vP09fb3+Pn6+/z9/v8="),
+        with("c=----_-ABEDJUdpi63P4-Pw"),
+        with("k=4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8"),
+        with("c=%2B%2b--%2F-ABEDJUdpi63P4-Pw%3D%3d"),
+        with("k=4OHi4-Tl5ufo6err7O3u7%2fDx8vP09fb3-Pn6-_z9_v8%3D"),
+        with("c=-+-+/-ABEDJUdpi63P4+Pw="),
     };
     for (auto const& link : accepted) {
         auto const result = parseDeviceLink(link);
@@ -140,65 +125,46 @@ TEST(DeviceLinkTest, AcceptsLinksAsUsersPasteThem) {
     }
 }
 
+// Each message with the links that must draw it; when a link has several
+// problems, the first in text order is reported.
 TEST(DeviceLinkTest, RejectsMalformedLinksSayingWhatIsWrong) {
     std::string const golden(kGoldenLink);
     std::string const query = golden.substr(golden.find('?'));
-    auto const without = [](std::string_view dropped) {
-        std::vector<std::string_view> fields;
-        for (auto f : kGoldenFields)
-            if (f != dropped) fields.push_back(f);
-        return linkOf(fields);
-    };
-    // The golden fields with the one of the same name replaced.
-    auto const with = [](std::string_view replacement) {
-        std::vector<std::string_view> fields;
-        for (auto f : kGoldenFields) fields.push_back(f[0] == replacement[0] ? replacement : f);
-        return linkOf(fields);
-    };
-    // Each message with the links that must draw it; when a link has several
-    // problems, the first in text order is reported.
     struct Case {
         std::string message;
         std::vector<std::string> links;
-    };
-    Case const cases[] = {
-        {"The link does not start with https://",
-         {"", " \n\t ", "http://zelmor.link" + query, "zelmor.link" + query, "https:/zelmor.link" + query}},
-        {"The link has no query part", {"https://zelmor.link", "https://zelmor.link/", "https://zelmor.link?"}},
+    } const cases[] = {
+        {"The link does not start with https://", {"", " \n\t ", "http://zelmor.link" + query}},
+        {"The link has no query part", {"https://zelmor.link", "https://zelmor.link?"}},
         {"The link has no host", {"https://" + query, "https:///" + query}},
         {"The link has a path after the host", {"https://zelmor.link/add" + query, "https://zelmor.link//" + query}},
         {"The link host is not valid", {"https://zel mor.link" + query, "https://user@zelmor.link" + query}},
-        {"The link lacks the device name (n)", {without(kGoldenName), "https://zelmor.link?&&"}},
-        {"The link lacks the serial number (s)", {without(kGoldenSerial), linkOf({kGoldenKey, kGoldenName})}},
-        {"The link lacks the hardware revision (h)", {without(kGoldenRevision)}},
-        {"The link lacks the channel identifier (c)", {without(kGoldenChannel)}},
-        {"The link lacks the key (k)", {without(kGoldenKey)}},
-        {"The device name (n) is not valid hexadecimal", {with("n=426f617"), with("n=426f61zz"), with("n=0x426f6174")}},
+        {"The link lacks the device name (n)", {with("n"), "https://zelmor.link?&&"}},
+        {"The link lacks the serial number (s)", {with("s"), linkOf({kGoldenKey, kGoldenName})}},
+        {"The link lacks the hardware revision (h)", {with("h")}},
+        {"The link lacks the channel identifier (c)", {with("c")}},
+        {"The link lacks the key (k)", {with("k")}},
+        {"The device name (n) is not valid hexadecimal", {with("n=426f617"), with("n=426f61zz")}},
         {"The device name (n) is longer than 32 bytes", {with("n=" + std::string(66, 'a'))}},
         {"The serial number (s) must be 16 hexadecimal digits",
-         {with("s=000000000001a2b"), with("s=00000000000001a2b"), with("s=000000000000-a2b"), with("s=1a2b"),
-          with("s=")}},
+         {with("s=000000000001a2b"), with("s=00000000000001a2b"), with("s=000000000000-a2b")}},
         {"The hardware revision (h) must be 2 hexadecimal digits",
-         {with("h=4"), with("h=041"), with("h=4g"), with("h="), linkOf({"h=zz", "s=zz"})}},
+         {with("h=4"), with("h=041"), with("h=4g"), linkOf({"h=zz", "s=zz"})}},
         {"The channel identifier (c) is not 16 bytes of base64",
-         {with("c="), with("c=AAAAAAAAAAAAAAAAAAAA"), with("c=AAAAAAAAAAAAAAAAAAAAAAA="),  // 15 and 17 bytes
+         {with("c=AAAAAAAAAAAAAAAAAAAA"), with("c=AAAAAAAAAAAAAAAAAAAAAAA="),      // 15 and 17 bytes
           with("c=----*-ABEDJUdpi63P4-Pw=="), with("c=----_-ABEDJUdpi63P4-Px=="),  // bad symbol, unused bits set
           with("c=----_-ABEDJUdpi63P4-Pw%41"), with("c=----_-ABEDJUdpi63P4-Pw%3"),
           with("c=----_-ABEDJUdpi63P4-Pw===")}},
         {"The key (k) is not 32 bytes of base64",
-         {with("k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=="),  // 31 bytes
-          with("k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA"),  // 33 bytes
-          with("k=4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8=#"),
-          with("k= 4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8=")}},
+         {with("k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=="),    // 31 bytes
+          with("k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA")}},  // 33 bytes
         {"The link has an unknown field 'x'", {golden + "&x=1", linkOf({"x=1", "n=zz"})}},
         {"The link has an unknown field 'N'", {golden + "&N=426f6174"}},
         {"The link has an unknown field ''", {golden + "&=1"}},
         {"The link has an unknown field 'abcdefghijklmnop...'", {golden + "&abcdefghijklmnopqrstuvwxyz=1"}},
         {"The link has an unknown field '?\?'", {golden + "&\x01\xff=1"}},
         {"The link has the field 'n' more than once", {golden + "&n=426f6174"}},
-        {"The link has the field 'k' more than once", {golden + "&k=AAAA"}},
         {"The link part 'k' is not of the form field=value", {golden + "&k"}},
-        {"The link part 'n' is not of the form field=value", {linkOf({"n", kGoldenSerial})}},
     };
     for (auto const& c : cases) {
         for (auto const& link : c.links) {
@@ -206,20 +172,6 @@ TEST(DeviceLinkTest, RejectsMalformedLinksSayingWhatIsWrong) {
             EXPECT_FALSE(result.identifier) << link;
             EXPECT_EQ(result.error, c.message) << link;
         }
-    }
-}
-
-TEST(DeviceLinkTest, SurvivesEveryPrefixOfAValidLink) {
-    std::string const golden(kGoldenLink);
-    for (size_t length = 0; length < golden.size(); ++length) {
-        // An exactly sized heap copy, so a read past the end is caught by the sanitizers.
-        std::vector<char> const prefix(golden.begin(), golden.begin() + static_cast<std::ptrdiff_t>(length));
-        auto const result = parseDeviceLink(std::string_view(prefix.data(), prefix.size()));
-        // Only the last "=" may go: missing padding is tolerated.
-        if (result.identifier)
-            EXPECT_EQ(*result.identifier, goldenIdentifier()) << length;
-        else
-            EXPECT_FALSE(result.error.empty()) << length;
     }
 }
 

@@ -34,10 +34,18 @@ sim::SimulatedDeviceConfig deviceConfig(std::string userPassword = {}) {
     return config;
 }
 
-/// The in-process connection, its queue open for requests with a time-out of their own.
+/// The in-process connection, its queue open for requests with a time-out of
+/// their own, telling when a frame has gone to the device.
 class Engine : public InProcessZelmor {
 public:
     using InProcessZelmor::InProcessZelmor;
+
+    std::function<void()> onSent;  // set before the link starts
+
+    void sendData(uint8_t const* data, unsigned long length) override {
+        InProcessZelmor::sendData(data, length);
+        if (onSent) onSent();
+    }
 
     /// Queues command `command` with no payload; `done` gets the code it ends with.
     void request(uint16_t command, uint32_t timeoutMs, std::function<void(Code)> done) {
@@ -333,6 +341,8 @@ TEST(EngineDeviceLink, DisconnectReportsOnceAndEndsWhatIsPending) {
     });
     CallbackResult<> connected;
     engine.setConnectedCallback(connected.callback());
+    CallbackResult<> sent;
+    engine.onSent = sent.callback();
     engine.connectLan(0);
     connected.get();
 
@@ -341,6 +351,7 @@ TEST(EngineDeviceLink, DisconnectReportsOnceAndEndsWhatIsPending) {
     device.faults().configure(faults);
     CallbackResult<Code> pending;
     engine.request(command::kReboot, 120000, pending.callback());
+    sent.get();
     engine.disconnect();
     EXPECT_EQ(std::get<0>(reason.get()), Zelmor::DisconnectReason::ClosedLocally);
     EXPECT_EQ(std::get<0>(pending.get()), Code::RequestTimeout);
