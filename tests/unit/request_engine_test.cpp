@@ -71,7 +71,8 @@ TEST(RequestEngine, RequestPayloadsAndSequenceNumbers) {
 // with and which scan results the notifications among it carry; request 2 is
 // then answered "77" and must get exactly that. The scripted device answers
 // inside sendData, before the engine starts to wait, so request 1's short
-// time-out only sets how long a dropped answer takes.
+// time-out only sets how long a dropped answer takes. Frames broken in
+// themselves are dropped by the rules of Frames.ReceiveRules.
 TEST(RequestEngine, ReceiveRules) {
     auto const frame = [](uint16_t code, uint16_t sequence, Bytes payload) {
         return ScriptedZelmor::frame(code, sequence, payload);
@@ -79,18 +80,15 @@ TEST(RequestEngine, ReceiveRules) {
     auto const collect = [](std::function<void(Code, Bytes)> done) {
         return [done](Code code, uint8_t const* data, size_t length) { done(code, Bytes(data, data + length)); };
     };
-    auto const line = [](Bytes const& frame) {
-        Bytes wire;
-        cobsEncode(frame.data(), frame.size(), wire);
-        return wire;
-    };
     Bytes scan(42, 0);
     std::memcpy(scan.data(), "CabinNet", 8);
     scan[32] = static_cast<uint8_t>(-55);
     Bytes longScan = scan;
     longScan.push_back(0);
-    Bytes oversized = fromHex("00 00 01 00 00 00");  // an answer to request 1, padded past any real frame
-    oversized.resize(70000, 0x41);
+    Bytes padded = fromHex("00 00 01 00 00 00");  // an answer to request 1, padded past any real frame
+    padded.resize(70000, 0x41);
+    Bytes oversized;
+    cobsEncode(padded.data(), padded.size(), oversized);
     Bytes sixteen;  // continuation frames of 16 bytes less than the largest answer
     for (int i = 0; i < 16; ++i) {
         Bytes const part = frame(0x0100, 1, Bytes(0xFFFF, 0x5A));
@@ -115,9 +113,7 @@ TEST(RequestEngine, ReceiveRules) {
          Code::RequestTimeout,
          {},
          "CabinNet/-55 null null "},
-        {"shorter than a header", {line(fromHex("00 00 01 00 00"))}, Code::RequestTimeout, {}},
-        {"payload cut short", {line(fromHex("00 00 01 00 03 00 aa bb"))}, Code::RequestTimeout, {}},
-        {"an oversized body is dropped up to the next zero", {line(oversized), frame(0, 1, {5})}, Code::Success, {5}},
+        {"an oversized body is dropped up to the next zero", {oversized, frame(0, 1, {5})}, Code::Success, {5}},
         {"an answer of the largest size",
          {sixteen, frame(0, 1, Bytes(16, 0x5A))},
          Code::Success,
