@@ -301,11 +301,10 @@ TEST(RequestEngine, FirmwareTransfer) {
         Bytes info = {0x50, 0x02, c.revision};
         info.resize(isLanFamily(c.revision) ? 49 : isWifiFamily(c.revision) ? 82 : 19);
         ScriptedZelmor device([&](ScriptedZelmor& d, Sent const& s) {
-            bool const block = s.command == 0xF1;
-            d.answer(block ? c.blockCode : 0, s.sequence,
-                     block               ? c.acknowledgement
-                     : s.command == 0x01 ? info
-                                         : Bytes{});
+            if (s.command == 0xF1)
+                d.answer(c.blockCode, s.sequence, c.acknowledgement);
+            else
+                d.answer(0, s.sequence, s.command == 0x01 ? info : Bytes{});
         });
         CallbackResult<Code, Zelmor::DeviceInfo> infoResult;
         device.requestGetInfo(infoResult.callback());
