@@ -140,6 +140,34 @@ TEST(DeviceInfoRecord, LengthFollowsFamilyAndFirmware) {
     }
 }
 
+// The three bytes before the fields are skipped.
+TEST(Records, GoldenStatistics) {
+    Bytes const monitor = fromHex(
+        "ee ee ee 85 f4 03 00 "                              // time since power on: 3 days and 5 s
+        "00 00 38 41 00 00 64 41 00 00 00 3f 00 00 5c 41 "   // voltage 1 and 2, each minimum and maximum
+        "00 00 f1 c2 00 00 34 42 00 00 04 c1 00 00 1c 42");  // peak currents, temperature range
+    Zelmor::MonitorStatistics m;
+    ASSERT_EQ(decodeMonitorStatistics(monitor.data(), monitor.size(), m), ResponseCode::Success);
+    EXPECT_EQ(std::tie(m.timeSincePowerOn, m.minVoltage1, m.maxVoltage1, m.minVoltage2, m.maxVoltage2,
+                       m.peakDischargeCurrent, m.peakChargeCurrent, m.minTemperature, m.maxTemperature),
+              std::make_tuple(259205u, 11.5f, 14.25f, 0.5f, 13.75f, -120.5f, 45.0f, -8.25f, 39.0f));
+    Bytes const fuelgauge = fromHex(
+        "ee ee ee ff ff ff ff 00 00 c9 42 "                  // time since full charge (unknown), capacity
+        "02 00 00 00 01 00 00 00 04 00 00 00 03 00 00 00 "   // discharged mAh and mWh
+        "06 00 00 00 05 00 00 00 08 00 00 00 07 00 00 80 "   // charged mAh and mWh
+        "00 00 28 41 00 00 68 41 00 40 16 43 00 00 73 42 "   // battery voltage range, peak currents
+        "00 00 42 41 00 00 a0 42 41 01 00 00 ef be ad de");  // discharge depths, cycles, reserved
+    Zelmor::FuelgaugeStatistics f;
+    ASSERT_EQ(decodeFuelgaugeStatistics(fuelgauge.data(), fuelgauge.size(), f), ResponseCode::Success);
+    EXPECT_EQ(
+        std::tie(f.timeSinceFullCharge, f.fullChargeCapacity, f.totalDischargedCapacity, f.totalDischargedEnergy,
+                 f.totalChargedCapacity, f.totalChargedEnergy, f.minBatteryVoltage, f.maxBatteryVoltage,
+                 f.maxDischargeCurrent, f.maxChargeCurrent, f.lastDischargeDepth, f.deepestDischarge,
+                 f.fullDischargeCycles),
+        std::make_tuple(Zelmor::FuelgaugeStatistics::kTimeUnknown, 100.5f, 0x0000000100000002u, 0x0000000300000004u,
+                        0x0000000500000006u, 0x8000000700000008u, 10.5f, 14.5f, 150.25f, 60.75f, 12.125f, 80.0f, 321u));
+}
+
 TEST(Records, FixedLengthRecordsTakeExactlyTheirSize) {
     Zelmor::MonitorStatistics statistics;
     Zelmor::FuelgaugeStatistics fuelgauge;
