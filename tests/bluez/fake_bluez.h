@@ -9,62 +9,53 @@
 #include "dbus_handles.h"
 #include "dbus_values.h"
 
-class PrivateSystemBus;
-
-/// BlueZ as python3-dbusmock's bluez5 template plays it on a private bus,
-/// driven over a bus connection of the test's own. The fake answers
-/// GetManagedObjects at "/" (an error at "/org/bluez"), records every call of
-/// the adapter's methods, and emits PropertiesChanged for every property set
-/// through it. A call to it that fails throws std::runtime_error with the
-/// D-Bus error, which fails the test.
+/// BlueZ as python3-dbusmock's bluez5 template plays it, on a D-Bus daemon of
+/// the test binary's own that DBUS_SYSTEM_BUS_ADDRESS names, so the real
+/// system bus is never used. The fake answers GetManagedObjects at "/" (an
+/// error at "/org/bluez"), records every call of an object's methods, and
+/// emits PropertiesChanged for every property set through it. Every call to
+/// it that fails throws std::runtime_error with the D-Bus error.
 class FakeBlueZ {
 public:
+    static constexpr char kAdapter[] = "/org/bluez/hci0";
     static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
     static constexpr char kDeviceInterface[] = "org.bluez.Device1";
 
-    /// Starts the fake and waits until it owns the name org.bluez.
-    explicit FakeBlueZ(PrivateSystemBus const& bus);
+    /// Starts the bus and the fake, and waits until the fake owns org.bluez.
+    FakeBlueZ();
     ~FakeBlueZ();
     FakeBlueZ(FakeBlueZ const&) = delete;
     FakeBlueZ& operator=(FakeBlueZ const&) = delete;
 
-    /// False when the fake did not come up; error() tells why.
-    bool started() const { return connection_ != nullptr && error_.empty(); }
-    std::string const& error() const { return error_; }
-
     /// Back to a fresh start: no adapter, no device, no recorded call.
     void reset();
-    /// An adapter ("hci0"), powered, with an address of its own; gives its path.
-    std::string addAdapter(std::string const& name);
-    /// A device as the template adds it (public address, RSSI -79), announced
-    /// by InterfacesAdded. Its ManufacturerData there is nested one array too
-    /// deep; set the property to give it a usable one. Gives its path.
-    std::string addDevice(std::string const& adapter, std::string const& address, std::string const& name);
-    /// A device object at `path` with exactly `properties`, announced by an
-    /// InterfacesAdded signal that carries them.
-    void announceDevice(std::string const& path, Properties const& properties);
+    /// A powered adapter: "hci0" is at kAdapter.
+    void addAdapter(std::string const& name);
+    /// A device on hci0 as the template adds it (public address, RSSI -79,
+    /// ManufacturerData nested one array too deep), announced by
+    /// InterfacesAdded; gives its path.
+    std::string addDevice(std::string const& address, std::string const& name);
     /// Properties.Set on the object: the fake emits PropertiesChanged.
     void setProperty(std::string const& path, char const* interface, std::string const& name,
                      PropertyValue const& value);
-    /// Properties.Get, described (see describe()).
-    std::string property(std::string const& path, char const* interface, std::string const& name);
-    /// Every method call the object recorded, in order, as "Method(arguments)"
-    /// with the arguments described.
+    /// An adapter property as text: strings quoted, true or false, [a, b], {k: v}.
+    std::string adapterProperty(std::string const& path, std::string const& name);
+    /// Every method call the object recorded, in order, as "Method(arguments)".
     std::vector<std::string> calls(std::string const& path);
-    void clearCalls(std::string const& path);
-    /// Adds or replaces a method of the object; `code` is the Python body
-    /// (arguments in `args`, result in `ret`, errors raised as
-    /// dbus.exceptions.DBusException).
+    /// Adds or replaces a method without arguments; `code` is its Python body
+    /// (result in `ret`, errors raised as dbus.exceptions.DBusException).
     void addMethod(std::string const& path, char const* interface, std::string const& name,
-                   std::string const& inSignature, std::string const& outSignature, std::string const& code);
+                   std::string const& outSignature, std::string const& code);
 
 private:
-    using Writer = std::function<void(DBusMessageIter*)>;
-    DBusMessagePtr call(std::string const& path, char const* interface, char const* method, Writer const& write = {});
-    std::string waitUntilReady();
+    DBusMessagePtr call(std::string const& path, char const* interface, char const* method,
+                        std::function<void(DBusMessageIter*)> const& write = {});
 
-    std::string const log_;
+    std::unique_ptr<ChildProcess> bus_;
     std::unique_ptr<ChildProcess> mock_;
     DBusConnection* connection_ = nullptr;
-    std::string error_;
 };
+
+/// The fake of this test binary, started on first use: before anything in the
+/// process opens the system bus, since libdbus reads its address only once.
+FakeBlueZ& fakeBlueZ();

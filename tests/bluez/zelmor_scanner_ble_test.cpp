@@ -1,14 +1,15 @@
-// The device finder's Bluetooth LE source against a fake BlueZ: the filters it
-// sets, and simulated devices recognised by the manufacturer data they
-// advertise while other advertisements are left out.
+// The device finder's Bluetooth LE source against the fake BlueZ: the filters
+// it sets, simulated devices recognised by the manufacturer data they
+// advertise while other advertisements are left out, and zelmorctl scan
+// --bluetooth as a user runs it.
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
+#include <nlohmann/json.hpp>
 
 #include "ble_advertising.h"
-#include "bluez_environment.h"
-#include "sightings.h"
+#include "fake_bluez.h"
+#include "reports.h"
 #include "simulated_device.h"
 #include "zelmor_gatt.h"
 #include "zelmor_scanner_impl.h"
@@ -17,34 +18,36 @@ namespace {
 
 using Sighting = ZelmorScanner::Advertisement;
 
-std::string const kAdapter = "/org/bluez/hci0";
-constexpr int64_t kNow = 1700000000;
+constexpr char const* kAdapter = FakeBlueZ::kAdapter;
+constexpr char const* kDeviceInterface = FakeBlueZ::kDeviceInterface;
 
-std::unique_ptr<sim::SimulatedDevice> bluetoothModel(uint8_t revision, std::array<uint8_t, 6> address) {
+sim::SimulatedDeviceConfig bluetoothModel(uint8_t revision, std::string name) {
     sim::SimulatedDeviceConfig config;
     config.hardwareRevision = revision;
-    config.bluetoothAddress = address;
+    config.name = std::move(name);
+    config.bluetoothAddress = {0xC2, 0x5A, 0x4C, 0x00, 0x00, revision};
     config.serial = 300000 + revision;
-    config.clock = [] { return kNow; };  // readings hold still while the test compares them
-    return std::make_unique<sim::SimulatedDevice>(config);
+    config.clock = [] { return int64_t{1700000000}; };  // readings hold still while the test compares them
+    return config;
 }
 
-std::vector<uint8_t> bytesOf(ManufacturerData const& data) { return {data.begin(), data.end()}; }
+std::vector<uint8_t> advertisedBy(sim::SimulatedDevice& device) {
+    ManufacturerData const data = sim::advertisedManufacturerData(device);
+    return {data.begin(), data.end()};
+}
 
 /// What a sighting of `device` must carry, the readings within the resolution
 /// of their encoding.
 void expectReadingsOf(sim::SimulatedDevice& device, Sighting const& sighting) {
-    sim::DeviceSnapshot const snapshot = device.snapshot();
     sim::MonitorReadings const r = device.readings();
     EXPECT_EQ(sighting.source, Sighting::Source::Bluetooth);
-    EXPECT_EQ(sighting.hardwareRevision, snapshot.hardwareRevision);
-    EXPECT_EQ(sighting.firmwareVersion, snapshot.firmwareVersion);
+    EXPECT_EQ(sighting.hardwareRevision, device.snapshot().hardwareRevision);
+    EXPECT_EQ(sighting.firmwareVersion, device.snapshot().firmwareVersion);
     EXPECT_EQ(sighting.time, r.time);
     EXPECT_EQ(sighting.status, r.status & 0x0F);
     EXPECT_NEAR(sighting.voltage1, r.voltage1, 0.0005);
-    if (std::isnan(r.voltage2)) {
-        EXPECT_TRUE(std::isnan(sighting.voltage2));
-    } else {
+    EXPECT_EQ(std::isnan(sighting.voltage2), std::isnan(r.voltage2));
+    if (!std::isnan(r.voltage2)) {
         EXPECT_NEAR(sighting.voltage2, r.voltage2, 0.0005);
     }
     EXPECT_NEAR(sighting.current, r.current, std::fabs(r.current) / 2048);
@@ -57,118 +60,116 @@ void expectReadingsOf(sim::SimulatedDevice& device, Sighting const& sighting) {
     EXPECT_EQ(sighting.runtime, r.runtime);
 }
 
-class ZelmorScannerBleTest : public testing::Test {
-protected:
-    void SetUp() override {
-        fake().reset();
-        scanner_.setAdvertisementCallback(sightings_.callback());
-    }
-
-    static FakeBlueZ& fake() { return fakeBlueZ(); }
-
-    std::vector<Sighting> sightingsOf(uint64_t address) {
-        return sightings_.waitFor([&](Sighting const& s) { return s.bluetoothAddress == address; });
-    }
-
-    ZelmorScannerImpl scanner_;
-    Sightings<Sighting> sightings_;
-};
-
-}  // namespace
-
-TEST_F(ZelmorScannerBleTest, InitBleFiltersOnTheServiceAndLeavesDiscoveryRunning) {
-    fake().addAdapter("hci0");
-    ASSERT_TRUE(scanner_.initBle()) << scanner_.lastError();
-    EXPECT_EQ(fake().calls(kAdapter), (std::vector<std::string>{
-                                          "StopDiscovery()",
-                                          R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
-                                          "StopDiscovery()",
-                                          R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
-                                          "StopDiscovery()",
-                                          R"(SetDiscoveryFilter({"UUIDs": ["ec7c0000-2c7b-1539-172f-29d041beab3e"]}))",
-                                          "StartDiscovery()",
-                                      }));
-    EXPECT_EQ(fake().property(kAdapter, FakeBlueZ::kAdapterInterface, "Discovering"), "true");
-
-    scanner_.stopBle();
-    EXPECT_EQ(fake().property(kAdapter, FakeBlueZ::kAdapterInterface, "Discovering"), "false");
-    EXPECT_EQ(fake().calls(kAdapter).back(), "StopDiscovery()");
+TEST(ZelmorScannerBle, InitFiltersOnTheServiceAndLeavesDiscoveryRunning) {
+    FakeBlueZ& fake = fakeBlueZ();
+    fake.reset();
+    fake.addAdapter("hci0");
+    ZelmorScannerImpl scanner;
+    ASSERT_TRUE(scanner.initBle()) << scanner.lastError();
+    EXPECT_EQ(fake.calls(kAdapter), (std::vector<std::string>{
+                                        "StopDiscovery()",
+                                        R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                        "StopDiscovery()",
+                                        R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                        "StopDiscovery()",
+                                        R"(SetDiscoveryFilter({"UUIDs": ["ec7c0000-2c7b-1539-172f-29d041beab3e"]}))",
+                                        "StartDiscovery()",
+                                    }));
+    EXPECT_EQ(fake.adapterProperty(kAdapter, "Discovering"), "true");
+    scanner.stopBle();
+    EXPECT_EQ(fake.adapterProperty(kAdapter, "Discovering"), "false");
 }
 
-TEST_F(ZelmorScannerBleTest, InitBleWithoutAdapterGivesTheScannersMessage) {
-    EXPECT_FALSE(scanner_.initBle());
-    EXPECT_EQ(scanner_.lastError(), "No Bluetooth adapter found");
+TEST(ZelmorScannerBle, InitReportsARefusedStart) {
+    FakeBlueZ& fake = fakeBlueZ();
+    fake.reset();
+    fake.addAdapter("hci0");
+    fake.addMethod(kAdapter, FakeBlueZ::kAdapterInterface, "StartDiscovery", "",
+                   "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')");
+    ZelmorScannerImpl scanner;
+    EXPECT_FALSE(scanner.initBle());
+    EXPECT_EQ(scanner.lastError(), "org.bluez.Error.NotReady: Resource Not Ready");
 }
 
-TEST_F(ZelmorScannerBleTest, InitBleReportsARefusedStart) {
-    fake().addAdapter("hci0");
-    fake().addMethod(kAdapter, FakeBlueZ::kAdapterInterface, "StartDiscovery", "", "",
-                     "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')");
-    EXPECT_FALSE(scanner_.initBle());
-    EXPECT_EQ(scanner_.lastError(), "org.bluez.Error.NotReady: Resource Not Ready");
-}
-
-TEST_F(ZelmorScannerBleTest, SimulatedDevicesAreRecognisedByTheirManufacturerData) {
-    auto const zelmor = bluetoothModel(0x23, {0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x23});
-    auto const zelmor7T = bluetoothModel(0x30, {0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x30});
-    fake().addAdapter("hci0");
-    ASSERT_TRUE(scanner_.initBle()) << scanner_.lastError();
+TEST(ZelmorScannerBle, SimulatedDevicesAreRecognisedByTheirManufacturerData) {
+    sim::SimulatedDevice zelmor(bluetoothModel(0x23, "Galley"));
+    sim::SimulatedDevice zelmor7T(bluetoothModel(0x30, "Bow"));
+    FakeBlueZ& fake = fakeBlueZ();
+    fake.reset();
+    fake.addAdapter("hci0");
+    ZelmorScannerImpl scanner;
+    Reports<Sighting> sightings;
+    scanner.setAdvertisementCallback(sightings.callback());
+    ASSERT_TRUE(scanner.initBle()) << scanner.lastError();
 
     // Advertisements that are not the devices' come first: signals arrive in
     // the order sent, so by the time the devices are seen these were handled.
-    std::vector<uint8_t> const valid = bytesOf(sim::advertisedManufacturerData(*zelmor));
+    std::vector<uint8_t> const valid = advertisedBy(zelmor);
     std::vector<uint8_t> const cut(valid.begin(), valid.end() - 1);
-    struct Stranger {
-        char const* address;
-        ManufacturerEntries data;
+    ManufacturerEntries const strangers[] = {
+        {{0x004C, valid}},
+        {{kZelmorCompanyId, cut}},
+        {{0x004C, {1, 2}}, {kZelmorCompanyId, cut}},
     };
-    Stranger const strangers[] = {
-        {"D0:00:00:00:00:01", {{0x004C, valid}}},
-        {"D0:00:00:00:00:02", {{kZelmorCompanyId, cut}}},
-        {"D0:00:00:00:00:03", {{0x004C, {1, 2}}, {kZelmorCompanyId, cut}}},
-    };
-    for (Stranger const& stranger : strangers) {
-        std::string const path = fake().addDevice("hci0", stranger.address, "Stranger");
-        fake().setProperty(path, FakeBlueZ::kDeviceInterface, "ManufacturerData", stranger.data);
+    for (size_t i = 0; i < std::size(strangers); ++i) {
+        std::string const path = fake.addDevice("D0:00:00:00:00:0" + std::to_string(i), "Stranger");
+        fake.setProperty(path, kDeviceInterface, "ManufacturerData", strangers[i]);
     }
+    std::string const path = fake.addDevice("C2:5A:4C:00:00:23", "Galley");
+    fake.setProperty(path, kDeviceInterface, "ManufacturerData",
+                     ManufacturerEntries{{0x0006, {9}}, {kZelmorCompanyId, valid}});
+    std::string const path7T = fake.addDevice("C2:5A:4C:00:00:30", "Bow");
+    fake.setProperty(path7T, kDeviceInterface, "AddressType", std::string("random"));
+    fake.setProperty(path7T, kDeviceInterface, "RSSI", int16_t{-55});
+    fake.setProperty(path7T, kDeviceInterface, "ManufacturerData",
+                     ManufacturerEntries{{kZelmorCompanyId, advertisedBy(zelmor7T)}});
 
-    // One device changes its properties, the other appears with all of them.
-    std::string const name = zelmor->snapshot().name;
-    std::string const path = fake().addDevice("hci0", "C2:5A:4C:00:00:23", name);
-    fake().setProperty(path, FakeBlueZ::kDeviceInterface, "ManufacturerData",
-                       ManufacturerEntries{{0x0006, {9}}, {kZelmorCompanyId, valid}});
-    std::string const name7T = zelmor7T->snapshot().name;
-    fake().announceDevice(
-        "/org/bluez/hci0/dev_C2_5A_4C_00_00_30",
-        {
-            {"Address", std::string("C2:5A:4C:00:00:30")},
-            {"AddressType", std::string("random")},
-            {"Name", name7T},
-            {"RSSI", int16_t{-55}},
-            {"UUIDs", std::vector<std::string>{kZelmorServiceUuid}},
-            {"ManufacturerData",
-             ManufacturerEntries{{kZelmorCompanyId, bytesOf(sim::advertisedManufacturerData(*zelmor7T))}}},
-        });
-
-    std::vector<Sighting> const seen = sightingsOf(0xC25A4C000023);
-    ASSERT_EQ(seen.size(), 1u);
-    EXPECT_EQ(seen[0].name, name);
+    std::vector<Sighting> const seen = sightings.wait(2);
+    ASSERT_EQ(seen.size(), 2u);
+    EXPECT_EQ(seen[0].name, "Galley");
     EXPECT_EQ(seen[0].rssi, -79);
     EXPECT_EQ(seen[0].serial, 0xC25A4C000023u);
+    EXPECT_EQ(seen[0].bluetoothAddress, 0xC25A4C000023u);
     EXPECT_FALSE(seen[0].randomAddress);
-    EXPECT_FALSE(std::isnan(seen[0].voltage2));
-    expectReadingsOf(*zelmor, seen[0]);
-
-    std::vector<Sighting> const seen7T = sightingsOf(0xC25A4C000030);
-    ASSERT_EQ(seen7T.size(), 1u);
-    EXPECT_EQ(seen7T[0].name, name7T);
-    EXPECT_EQ(seen7T[0].rssi, -55);
-    EXPECT_EQ(seen7T[0].serial, 0xC25A4C000030u);
-    EXPECT_TRUE(seen7T[0].randomAddress);
-    EXPECT_TRUE(std::isnan(seen7T[0].voltage2));
-    expectReadingsOf(*zelmor7T, seen7T[0]);
-
-    EXPECT_EQ(sightings_.all().size(), 2u);
-    for (Sighting const& s : sightings_.all())
-        EXPECT_EQ(s.bluetoothAddress >> 40, 0xC2u) << std::hex << s.bluetoothAddress;
+    expectReadingsOf(zelmor, seen[0]);
+    EXPECT_EQ(seen[1].name, "Bow");
+    EXPECT_EQ(seen[1].rssi, -55);
+    EXPECT_EQ(seen[1].serial, 0xC25A4C000030u);
+    EXPECT_TRUE(seen[1].randomAddress);
+    EXPECT_TRUE(std::isnan(seen[1].voltage2));
+    expectReadingsOf(zelmor7T, seen[1]);
 }
+
+// The device advertises a few times a second while the scan listens.
+TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
+    FakeBlueZ& fake = fakeBlueZ();
+    fake.reset();
+    fake.addAdapter("hci0");
+    sim::SimulatedDevice device(bluetoothModel(0x30, "Galley"));
+    std::string const path = fake.addDevice("C2:5A:4C:00:00:30", "Galley");
+    ChildProcess scan(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "2", "--json"});
+    ASSERT_TRUE(scan.started()) << scan.error();
+    std::optional<int> status;
+    while (!(status = scan.wait(std::chrono::milliseconds(100))))
+        fake.setProperty(path, kDeviceInterface, "ManufacturerData",
+                         ManufacturerEntries{{kZelmorCompanyId, advertisedBy(device)}});
+    ASSERT_EQ(*status, 0) << scan.takeErrors();
+    std::string const out = scan.takeOutput();
+    nlohmann::json const line = nlohmann::json::parse(out.substr(0, out.find('\n')));
+    EXPECT_EQ(line["bluetooth_address"], "C2:5A:4C:00:00:30");
+    EXPECT_EQ(line["serial"], "0000C25A4C000030");
+    EXPECT_EQ(line["model"], "Zelmor-7T");
+    EXPECT_EQ(line["name"], "Galley");
+    EXPECT_TRUE(line["ip"].is_null());
+    EXPECT_TRUE(line["voltage2"].is_null());
+}
+
+TEST(ZelmorctlBluetoothScan, WithoutAnAdapterSaysSo) {
+    fakeBlueZ().reset();
+    ProgramRun const run =
+        runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(run.err, "Bluetooth LE scan failed: No Bluetooth adapter found\n");
+}
+
+}  // namespace
