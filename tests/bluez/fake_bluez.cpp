@@ -102,11 +102,11 @@ DBusMessagePtr FakeBlueZ::call(std::string const& path, char const* interface, c
     return reply;
 }
 
-void FakeBlueZ::reset() { call("/", kMockInterface, "Reset"); }
-
-void FakeBlueZ::addAdapter(std::string const& name) {
-    call("/", "org.bluez.Mock", "AddAdapter", [&](DBusMessageIter* to) {
-        appendText(to, name);
+void FakeBlueZ::reset(bool withAdapter) {
+    call("/", kMockInterface, "Reset");
+    if (!withAdapter) return;
+    call("/", "org.bluez.Mock", "AddAdapter", [](DBusMessageIter* to) {
+        appendText(to, "hci0");
         appendText(to, "zelmor-test-host");
     });
 }

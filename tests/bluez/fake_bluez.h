@@ -27,10 +27,9 @@ public:
     FakeBlueZ(FakeBlueZ const&) = delete;
     FakeBlueZ& operator=(FakeBlueZ const&) = delete;
 
-    /// Back to a fresh start: no adapter, no device, no recorded call.
-    void reset();
-    /// A powered adapter: "hci0" is at kAdapter.
-    void addAdapter(std::string const& name);
+    /// Back to a fresh start: no device, no recorded call, and a powered
+    /// adapter "hci0" at kAdapter unless told otherwise.
+    void reset(bool withAdapter = true);
     /// A device on hci0 as the template adds it (public address, RSSI -79,
     /// ManufacturerData nested one array too deep), announced by
     /// InterfacesAdded; gives its path.

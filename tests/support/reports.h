@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <thread>
 #include <vector>
 
@@ -36,12 +35,6 @@ public:
             return found.size() >= count;
         });
         return found;
-    }
-    /// The count-th report; nothing when it does not come in time.
-    std::optional<T> nth(size_t count) const {
-        std::vector<T> const items = wait(count);
-        if (items.size() < count) return std::nullopt;
-        return items[count - 1];
     }
     std::vector<T> all() const { return wait(0); }
 

@@ -8,9 +8,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <functional>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -25,9 +23,7 @@
 namespace gatttest {
 
 using Reason = BluetoothLE::DisconnectReason;
-using State = BluetoothLE::State;
 using Characteristic = BluetoothLE::Characteristic;
-using Action = std::function<void(BluetoothLE&)>;
 
 inline constexpr uint64_t kAddress = 0xC25A4C000001;
 
@@ -78,8 +74,13 @@ public:
                 send(script[i].bytes);
                 continue;
             }
+            // "nothing" when no PDU comes in time or the client closed.
+            pollfd ready{socket_, POLLIN, 0};
+            uint8_t buffer[1024];
+            bool const arrived = ::poll(&ready, 1, static_cast<int>(kReportPatience.count() * 1000)) > 0;
+            ssize_t const received = arrived ? ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT) : 0;
+            std::string const got = received > 0 ? hex(buffer, static_cast<size_t>(received)) : "nothing";
             std::string const expected = hex(fromHex(script[i].bytes));
-            std::string const got = receive();
             if (got != expected)
                 return testing::AssertionFailure()
                        << "step " << i << ":\n  expected [" << expected << "]\n  got      [" << got << "]";
@@ -88,15 +89,6 @@ public:
     }
 
 private:
-    /// The client's next PDU in hexadecimal; "nothing" when none comes in time or the client closed.
-    std::string receive() {
-        pollfd ready{socket_, POLLIN, 0};
-        uint8_t buffer[1024];
-        if (::poll(&ready, 1, static_cast<int>(kReportPatience.count() * 1000)) <= 0) return "nothing";
-        ssize_t const received = ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
-        return received > 0 ? hex(buffer, static_cast<size_t>(received)) : "nothing";
-    }
-
     int socket_;
 };
 
@@ -131,23 +123,11 @@ inline AttScript const kDiscovery = {
 // clang-format on
 inline AttScript const kMtuRequest = {fromClient("02 f7 00")};
 
-inline void exchangeMtu247(BluetoothLE& ble) { ble.exchangeMtu(247, {}); }
-
 inline Characteristic& characteristicOf(BluetoothLE& ble, uint16_t valueHandle) {
     for (auto& service : ble.services())
         for (auto& characteristic : service.characteristics)
             if (characteristic.valueHandle == valueHandle) return characteristic;
     throw std::runtime_error("no characteristic with value handle " + std::to_string(valueHandle));
-}
-
-template <class Operation>
-std::string thrownBy(Operation operation) {
-    try {
-        operation();
-    } catch (BluetoothLE::Exception const& e) {
-        return e.what();
-    }
-    return "nothing thrown";
 }
 
 /// The device's end of a connection the host handed over, and the address the
@@ -159,40 +139,29 @@ struct Connection {
 };
 
 // One client on a socket-pair host, the connections it made and what it
-// reports: links up, how they ended, and notifications and indications as
-// "handle: bytes".
+// reports: how links ended, and notifications and indications as "handle: bytes".
 struct ScriptedLink {
     Reports<Connection> peers;
-    bool refuseNext = false;
     // Sent by the device before the client has seen its link come up.
     std::string greeting;
     sim::SocketPairBluetoothHost host{[this](int socket, uint64_t address, bool publicAddress) {
-        if (std::exchange(refuseNext, false)) {
-            ::close(socket);
-            return;
-        }
         auto const peer = std::make_shared<AttPeer>(socket);
         if (!greeting.empty()) peer->send(greeting);
         peers.add({peer, address, publicAddress});
     }};
-    Reports<bool> connections;
     Reports<Reason> ends;
     Reports<std::string> notifications;
     BluetoothLE ble{host};
 
-    ScriptedLink() {
-        ble.setConnectedCallback([this] { connections.add(true); });
-        ble.setDisconnectedCallback(ends.callback());
-    }
+    ScriptedLink() { ble.setDisconnectedCallback(ends.callback()); }
 
     /// The device's end, once the link is up.
     std::shared_ptr<AttPeer> connect() {
-        size_t const links = connections.all().size();
         size_t const before = peers.all().size();
         ble.connect(kAddress, false);
-        std::optional<Connection> const connection = peers.nth(before + 1);
-        EXPECT_TRUE(connections.nth(links + 1));
-        if (connection) return connection->peer;
+        std::vector<Connection> const connections = peers.wait(before + 1);
+        EXPECT_TRUE(eventually([this] { return ble.state() == BluetoothLE::State::Connected; }));
+        if (connections.size() > before) return connections.back().peer;
         ADD_FAILURE() << "the client never connected";
         return std::make_shared<AttPeer>(-1);
     }
