@@ -90,11 +90,12 @@ FakeBlueZ& fakeBlueZ() {
 }
 
 DBusMessagePtr FakeBlueZ::call(std::string const& path, char const* interface, char const* method,
-                               std::function<void(DBusMessageIter*)> const& write) {
+                               std::vector<std::string> const& texts, PropertyValue const* value) {
     DBusMessagePtr request(dbus_message_new_method_call(kService, path.c_str(), interface, method));
     DBusMessageIter arguments;
     dbus_message_iter_init_append(request.get(), &arguments);
-    if (write) write(&arguments);
+    for (std::string const& text : texts) appendText(&arguments, text);
+    if (value) appendVariant(&arguments, *value);
     ScopedDBusError failure;
     DBusMessagePtr reply(
         dbus_connection_send_with_reply_and_block(connection_, request.get(), DBUS_TIMEOUT_USE_DEFAULT, failure.get()));
@@ -104,17 +105,11 @@ DBusMessagePtr FakeBlueZ::call(std::string const& path, char const* interface, c
 
 void FakeBlueZ::reset(bool withAdapter) {
     call("/", kMockInterface, "Reset");
-    if (!withAdapter) return;
-    call("/", "org.bluez.Mock", "AddAdapter", [](DBusMessageIter* to) {
-        appendText(to, "hci0");
-        appendText(to, "zelmor-test-host");
-    });
+    if (withAdapter) call("/", "org.bluez.Mock", "AddAdapter", {"hci0", "zelmor-test-host"});
 }
 
 std::string FakeBlueZ::addDevice(std::string const& address, std::string const& name) {
-    DBusMessagePtr const reply = call("/", "org.bluez.Mock", "AddDevice", [&](DBusMessageIter* to) {
-        for (std::string const& text : {std::string("hci0"), address, name}) appendText(to, text);
-    });
+    DBusMessagePtr const reply = call("/", "org.bluez.Mock", "AddDevice", {"hci0", address, name});
     char const* path = "";
     dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_STRING, &path, DBUS_TYPE_INVALID);
     return path;
@@ -122,18 +117,11 @@ std::string FakeBlueZ::addDevice(std::string const& address, std::string const& 
 
 void FakeBlueZ::setProperty(std::string const& path, char const* interface, std::string const& name,
                             PropertyValue const& value) {
-    call(path, kPropertiesInterface, "Set", [&](DBusMessageIter* to) {
-        appendText(to, interface);
-        appendText(to, name);
-        appendVariant(to, value);
-    });
+    call(path, kPropertiesInterface, "Set", {interface, name}, &value);
 }
 
 std::string FakeBlueZ::adapterProperty(std::string const& path, std::string const& name) {
-    DBusMessagePtr const reply = call(path, kPropertiesInterface, "Get", [&](DBusMessageIter* to) {
-        appendText(to, kAdapterInterface);
-        appendText(to, name);
-    });
+    DBusMessagePtr const reply = call(path, kPropertiesInterface, "Get", {kAdapterInterface, name});
     DBusMessageIter value;
     dbus_message_iter_init(reply.get(), &value);
     return describe(&value);
@@ -160,8 +148,5 @@ std::vector<std::string> FakeBlueZ::calls(std::string const& path) {
 
 void FakeBlueZ::addMethod(std::string const& path, char const* interface, std::string const& name,
                           std::string const& outSignature, std::string const& code) {
-    call(path, kMockInterface, "AddMethod", [&](DBusMessageIter* to) {
-        for (std::string const& text : {std::string(interface), name, std::string(), outSignature, code})
-            appendText(to, text);
-    });
+    call(path, kMockInterface, "AddMethod", {interface, name, "", outSignature, code});
 }

@@ -207,6 +207,8 @@ TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
               (std::vector<std::string>{"5: 01 02", "3: ", "21: 07 08", "5: aa bb", "18: cc", "18: 02"}));
 }
 
+// Misuse throws and sends nothing; every operation needs the link, before
+// the first one and once it is gone.
 TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
     static std::vector<uint8_t> const value(21, 0x5A);
     auto const on = [](uint16_t handle, std::function<void(Characteristic&)> use) {
@@ -242,35 +244,28 @@ TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
         {"connect while a link is up", [](BluetoothLE& ble) { ble.connect(kAddress, false); },
          BluetoothLE::kInvalidState},
     };
+    Action const needingTheLink[] = {
+        [](BluetoothLE& ble) { ble.exchangeMtu(247, {}); },
+        [](BluetoothLE& ble) { ble.discoverServices({}); },
+        [](BluetoothLE& ble) { ble.getRssi(); },
+        on(0x15, [](auto& c) { c.read({}); }),
+        on(0x15, [](auto& c) { c.write({1}, {}); }),
+        on(0x15, [](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
+        on(0x15, [](auto& c) { c.setNotify(true, false, {}); }),
+    };
     ScriptedLink link;
+    // Before the first link there are no characteristics yet to try.
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(thrownBy([&] { needingTheLink[i](link.ble); }), BluetoothLE::kInvalidState);
     auto const peer = link.connect();
     link.discover(*peer);
     for (auto const& c : cases) EXPECT_EQ(thrownBy([&] { c.act(link.ble); }), c.message) << c.name;
     // What the link carries next is the first thing sent after discovery.
     characteristicOf(link.ble, 0x15).writeWithoutResponse(value.data(), 20);
     EXPECT_TRUE(peer->play({fromClient("52 15 00 " + hex(value.data(), 20))}));
-    EXPECT_TRUE(link.ends.all().empty());
-}
-
-// Before the first link there are no characteristics yet to try.
-TEST(BluetoothLEMisuse, EveryOperationNeedsTheLink) {
-    static uint8_t const byte = 1;
-    Action const operations[] = {
-        [](BluetoothLE& ble) { ble.exchangeMtu(247, {}); },
-        [](BluetoothLE& ble) { ble.discoverServices({}); },
-        [](BluetoothLE& ble) { ble.getRssi(); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).read({}); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).write({1}, {}); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).writeWithoutResponse(&byte, 1); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).setNotify(true, false, {}); },
-    };
-    ScriptedLink link;
-    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(thrownBy([&] { operations[i](link.ble); }), BluetoothLE::kInvalidState);
-    auto const peer = link.connect();
-    link.discover(*peer);
     peer->close();
     ASSERT_EQ(link.ends.wait(1), std::vector<Reason>{Reason::LinkLost});
-    for (Action const& operation : operations)
+    for (Action const& operation : needingTheLink)
         EXPECT_EQ(thrownBy([&] { operation(link.ble); }), BluetoothLE::kInvalidState);
     EXPECT_EQ(thrownBy([] { Characteristic{}.read({}); }), BluetoothLE::kInvalidState);
 }
