@@ -18,14 +18,15 @@ constexpr char const* kAdapterInterface = FakeBlueZ::kAdapterInterface;
 
 // Either failure releases the scanner: nothing works until the next init().
 TEST(BluetoothLEScanner, NoAdapterOrARefusedStartLeaveItUninitialised) {
-    FakeBlueZ& fake = fakeBlueZ();
+    FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset(false);
     BluetoothLEScanner scanner;
     EXPECT_FALSE(scanner.init());
     EXPECT_EQ(scanner.lastError(), "No Bluetooth adapter found");
     fake.reset();
-    fake.addMethod(kAdapter, kAdapterInterface, "StartDiscovery", "",
-                   "raise dbus.exceptions.DBusException('Operation in progress', name='org.bluez.Error.InProgress')");
+    fake.replaceAdapterMethod(
+        "StartDiscovery",
+        "raise dbus.exceptions.DBusException('Operation in progress', name='org.bluez.Error.InProgress')");
     ASSERT_TRUE(scanner.init()) << scanner.lastError();
     EXPECT_FALSE(scanner.start());
     EXPECT_EQ(scanner.lastError(), "org.bluez.Error.InProgress: Operation in progress");
@@ -47,7 +48,7 @@ std::string describe(Advertisement const& ad) {
 // device's InterfacesAdded gives its properties, each PropertiesChanged the
 // whole property set, read back; the adapter's own changes give nothing.
 TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) {
-    FakeBlueZ& fake = fakeBlueZ();
+    FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset();
     fake.setProperty(kAdapter, kAdapterInterface, "Powered", false);
     BluetoothLEScanner scanner;
@@ -55,11 +56,11 @@ TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) 
     scanner.setAdvertisementCallback(sightings.callback());
     ASSERT_TRUE(scanner.init()) << scanner.lastError();
     EXPECT_EQ(scanner.adapterPath(), kAdapter);
-    EXPECT_EQ(fake.adapterProperty(kAdapter, "Powered"), "true");
+    EXPECT_EQ(fake.adapterProperty("Powered"), "true");
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
-    EXPECT_EQ(fake.adapterProperty(kAdapter, "Discovering"), "true");
+    EXPECT_EQ(fake.adapterProperty("Discovering"), "true");
     ASSERT_TRUE(scanner.stop()) << scanner.lastError();
-    EXPECT_EQ(fake.adapterProperty(kAdapter, "Discovering"), "false");
+    EXPECT_EQ(fake.adapterProperty("Discovering"), "false");
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
 
     // Signals arrive in the order sent: once the devices are seen, this was handled.

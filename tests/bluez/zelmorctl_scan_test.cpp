@@ -17,7 +17,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr char const* kAdapter = FakeBlueZ::kAdapter;
 constexpr char const* kDeviceInterface = FakeBlueZ::kDeviceInterface;
 
 sim::SimulatedDeviceConfig bluetoothModel(uint8_t revision) {
@@ -58,7 +57,7 @@ void expectReadingsOf(sim::SimulatedDevice& device, Json const& line) {
 }
 
 TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
-    FakeBlueZ& fake = fakeBlueZ();
+    FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset();
     sim::SimulatedDevice zelmor(bluetoothModel(0x23));
     sim::SimulatedDevice zelmor7T(bluetoothModel(0x30));
@@ -81,16 +80,16 @@ TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
         for (auto const& [path, entries] : advertising)
             fake.setProperty(path, kDeviceInterface, "ManufacturerData", entries);
     ASSERT_EQ(*status, 0) << scan.takeErrors();
-    EXPECT_EQ(fake.calls(kAdapter), (std::vector<std::string>{
-                                        "StopDiscovery()",
-                                        R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
-                                        "StopDiscovery()",
-                                        R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
-                                        "StopDiscovery()",
-                                        R"(SetDiscoveryFilter({"UUIDs": ["ec7c0000-2c7b-1539-172f-29d041beab3e"]}))",
-                                        "StartDiscovery()",
-                                        "StopDiscovery()",
-                                    }));
+    EXPECT_EQ(fake.adapterCalls(), (std::vector<std::string>{
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"UUIDs": ["ec7c0000-2c7b-1539-172f-29d041beab3e"]}))",
+                                       "StartDiscovery()",
+                                       "StopDiscovery()",
+                                   }));
 
     std::istringstream out(scan.takeOutput());
     std::vector<Json> lines;
@@ -120,11 +119,11 @@ TEST(ZelmorctlBluetoothScan, SaysWhyItCannotScan) {
         {true, "Bluetooth LE scan failed: org.bluez.Error.NotReady: Resource Not Ready\n"},
     };
     for (Case const& c : cases) {
-        FakeBlueZ& fake = fakeBlueZ();
+        FakeBlueZ& fake = FakeBlueZ::instance();
         fake.reset(c.adapter);
         if (c.adapter)
-            fake.addMethod(
-                kAdapter, FakeBlueZ::kAdapterInterface, "StartDiscovery", "",
+            fake.replaceAdapterMethod(
+                "StartDiscovery",
                 "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')");
         ProgramRun const run =
             runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
