@@ -1,7 +1,10 @@
 #pragma once
 
-#include <functional>
+#include <stdlib.h>
+
+#include <chrono>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -9,62 +12,162 @@
 #include "dbus_handles.h"
 #include "dbus_values.h"
 
-class PrivateSystemBus;
-
-/// BlueZ as python3-dbusmock's bluez5 template plays it on a private bus,
-/// driven over a bus connection of the test's own. The fake answers
-/// GetManagedObjects at "/" (an error at "/org/bluez"), records every call of
-/// the adapter's methods, and emits PropertiesChanged for every property set
-/// through it. A call to it that fails throws std::runtime_error with the
-/// D-Bus error, which fails the test.
+/// BlueZ as python3-dbusmock's bluez5 template plays it, on a D-Bus daemon of
+/// the test binary's own that DBUS_SYSTEM_BUS_ADDRESS names: the real system
+/// bus is never used. The fake records every call of an object's methods and
+/// emits PropertiesChanged for every property set through it. A call to it
+/// that fails throws std::runtime_error with the D-Bus error.
 class FakeBlueZ {
 public:
+    static constexpr char kAdapter[] = "/org/bluez/hci0";
     static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
     static constexpr char kDeviceInterface[] = "org.bluez.Device1";
 
-    /// Starts the fake and waits until it owns the name org.bluez.
-    explicit FakeBlueZ(PrivateSystemBus const& bus);
-    ~FakeBlueZ();
-    FakeBlueZ(FakeBlueZ const&) = delete;
-    FakeBlueZ& operator=(FakeBlueZ const&) = delete;
+    /// The fake of this test binary, started on first use: before anything
+    /// opens the system bus, whose address libdbus reads once per process.
+    static FakeBlueZ& instance() {
+        static FakeBlueZ fake;
+        return fake;
+    }
 
-    /// False when the fake did not come up; error() tells why.
-    bool started() const { return connection_ != nullptr && error_.empty(); }
-    std::string const& error() const { return error_; }
-
-    /// Back to a fresh start: no adapter, no device, no recorded call.
-    void reset();
-    /// An adapter ("hci0"), powered, with an address of its own; gives its path.
-    std::string addAdapter(std::string const& name);
-    /// A device as the template adds it (public address, RSSI -79), announced
-    /// by InterfacesAdded. Its ManufacturerData there is nested one array too
-    /// deep; set the property to give it a usable one. Gives its path.
-    std::string addDevice(std::string const& adapter, std::string const& address, std::string const& name);
-    /// A device object at `path` with exactly `properties`, announced by an
-    /// InterfacesAdded signal that carries them.
-    void announceDevice(std::string const& path, Properties const& properties);
-    /// Properties.Set on the object: the fake emits PropertiesChanged.
+    /// Back to a fresh start: no device, no recorded call, and a powered
+    /// adapter "hci0" at kAdapter unless told otherwise.
+    void reset(bool withAdapter = true) {
+        call("/", kMockInterface, "Reset");
+        if (withAdapter) call("/", "org.bluez.Mock", "AddAdapter", {"hci0", "zelmor-test-host"});
+    }
+    /// A device on hci0 as the template adds it (public address, RSSI -79,
+    /// no usable ManufacturerData), announced by InterfacesAdded; its path.
+    std::string addDevice(std::string const& address, std::string const& name) {
+        DBusMessagePtr const reply = call("/", "org.bluez.Mock", "AddDevice", {"hci0", address, name});
+        char const* path = "";
+        dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_STRING, &path, DBUS_TYPE_INVALID);
+        return path;
+    }
     void setProperty(std::string const& path, char const* interface, std::string const& name,
-                     PropertyValue const& value);
-    /// Properties.Get, described (see describe()).
-    std::string property(std::string const& path, char const* interface, std::string const& name);
-    /// Every method call the object recorded, in order, as "Method(arguments)"
-    /// with the arguments described.
-    std::vector<std::string> calls(std::string const& path);
-    void clearCalls(std::string const& path);
-    /// Adds or replaces a method of the object; `code` is the Python body
-    /// (arguments in `args`, result in `ret`, errors raised as
-    /// dbus.exceptions.DBusException).
-    void addMethod(std::string const& path, char const* interface, std::string const& name,
-                   std::string const& inSignature, std::string const& outSignature, std::string const& code);
+                     PropertyValue const& value) {
+        call(path, kPropertiesInterface, "Set", {interface, name}, &value);
+    }
+    /// A property of hci0 as text: strings quoted, true or false, [a], {k: v}.
+    std::string adapterProperty(std::string const& name) {
+        DBusMessagePtr const reply = call(kAdapter, kPropertiesInterface, "Get", {kAdapterInterface, name});
+        DBusMessageIter value;
+        dbus_message_iter_init(reply.get(), &value);
+        return describe(&value);
+    }
+    /// Every method call hci0 recorded, in order, as "Method(arguments)".
+    std::vector<std::string> adapterCalls() {
+        DBusMessagePtr const reply = call(kAdapter, kMockInterface, "GetCalls");
+        std::vector<std::string> calls;
+        DBusMessageIter list, entry, field;
+        dbus_message_iter_init(reply.get(), &list);
+        // Each call is (time, method, arguments).
+        for (dbus_message_iter_recurse(&list, &entry); dbus_message_iter_get_arg_type(&entry) == DBUS_TYPE_STRUCT;
+             dbus_message_iter_next(&entry)) {
+            dbus_message_iter_recurse(&entry, &field);
+            dbus_message_iter_next(&field);
+            char const* method = nullptr;
+            dbus_message_iter_get_basic(&field, &method);
+            dbus_message_iter_next(&field);
+            std::string const arguments = describe(&field);
+            calls.push_back(method + ("(" + arguments.substr(1, arguments.size() - 2) + ")"));
+        }
+        return calls;
+    }
+    /// Replaces a method of hci0 without arguments with `code`, its Python body.
+    void replaceAdapterMethod(std::string const& name, std::string const& code) {
+        call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, name, "", "", code});
+    }
 
 private:
-    using Writer = std::function<void(DBusMessageIter*)>;
-    DBusMessagePtr call(std::string const& path, char const* interface, char const* method, Writer const& write = {});
-    std::string waitUntilReady();
+    static constexpr char kService[] = "org.bluez";
+    static constexpr char kMockInterface[] = "org.freedesktop.DBus.Mock";
+    static constexpr char kPropertiesInterface[] = "org.freedesktop.DBus.Properties";
+    static constexpr auto kStartLimit = std::chrono::seconds(30);
 
-    std::string const log_;
+    // A session-type daemon allows everything, which is all the fake needs;
+    // its socket is abstract, so it lives in the test's network namespace.
+    FakeBlueZ() {
+        std::optional<std::string> const address =
+            bus_.readLine(std::chrono::duration_cast<std::chrono::milliseconds>(kStartLimit));
+        if (!address || address->empty()) throw std::runtime_error("dbus-daemon gave no address: " + bus_.takeErrors());
+        ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address->c_str(), 1);
+        // The mock logs every call; nobody reads a log here.
+        mock_ = std::make_unique<ChildProcess>(
+            "/usr/bin/python3",
+            std::vector<std::string>{"-m", "dbusmock", "--system", "-t", "bluez5", "-l", "/dev/null"});
+        ScopedDBusError failure;
+        connection_ = dbus_connection_open_private(address->c_str(), failure.get());
+        if (!connection_ || !dbus_bus_register(connection_, failure.get()))
+            throw std::runtime_error("Cannot connect to the private bus: " + failure.text());
+        dbus_connection_set_exit_on_disconnect(connection_, FALSE);
+        auto const deadline = std::chrono::steady_clock::now() + kStartLimit;
+        while (!dbus_bus_name_has_owner(connection_, kService, nullptr)) {
+            // Waiting on the mock doubles as the pause between two looks at the bus.
+            if (mock_->wait(std::chrono::milliseconds(20)) || std::chrono::steady_clock::now() > deadline)
+                throw std::runtime_error("dbusmock did not take the name org.bluez: " + mock_->takeErrors());
+        }
+    }
+    ~FakeBlueZ() {
+        if (!connection_) return;
+        dbus_connection_close(connection_);
+        dbus_connection_unref(connection_);
+    }
+
+    /// Calls `method` with `texts` as string arguments, then `value` as a variant.
+    DBusMessagePtr call(std::string const& path, char const* interface, char const* method,
+                        std::vector<std::string> const& texts = {}, PropertyValue const* value = nullptr) {
+        DBusMessagePtr request(dbus_message_new_method_call(kService, path.c_str(), interface, method));
+        DBusMessageIter arguments;
+        dbus_message_iter_init_append(request.get(), &arguments);
+        for (std::string const& text : texts) appendText(&arguments, text);
+        if (value) appendVariant(&arguments, *value);
+        ScopedDBusError failure;
+        DBusMessagePtr reply(dbus_connection_send_with_reply_and_block(connection_, request.get(),
+                                                                       DBUS_TIMEOUT_USE_DEFAULT, failure.get()));
+        if (!reply)
+            throw std::runtime_error(std::string("fake BlueZ ") + method + " on " + path + ": " + failure.text());
+        return reply;
+    }
+
+    /// The value at `iter` as text: strings quoted, booleans as true or false,
+    /// arrays as [a, b], dictionaries as {k: v}, variants as their content.
+    static std::string describe(DBusMessageIter* iter) {
+        DBusMessageIter inner;
+        switch (dbus_message_iter_get_arg_type(iter)) {
+            case DBUS_TYPE_STRING: {
+                char const* text = nullptr;
+                dbus_message_iter_get_basic(iter, &text);
+                return std::string("\"") + text + "\"";
+            }
+            case DBUS_TYPE_BOOLEAN: {
+                dbus_bool_t flag = FALSE;
+                dbus_message_iter_get_basic(iter, &flag);
+                return flag ? "true" : "false";
+            }
+            case DBUS_TYPE_VARIANT:
+                dbus_message_iter_recurse(iter, &inner);
+                return describe(&inner);
+            case DBUS_TYPE_DICT_ENTRY: {
+                dbus_message_iter_recurse(iter, &inner);
+                std::string const key = describe(&inner);
+                dbus_message_iter_next(&inner);
+                return key + ": " + describe(&inner);
+            }
+            case DBUS_TYPE_ARRAY: {
+                bool const dictionary = dbus_message_iter_get_element_type(iter) == DBUS_TYPE_DICT_ENTRY;
+                std::string items;
+                dbus_message_iter_recurse(iter, &inner);
+                for (; dbus_message_iter_get_arg_type(&inner) != DBUS_TYPE_INVALID; dbus_message_iter_next(&inner))
+                    items += (items.empty() ? "" : ", ") + describe(&inner);
+                return dictionary ? "{" + items + "}" : "[" + items + "]";
+            }
+            default:
+                return "?";
+        }
+    }
+
+    ChildProcess bus_{"/usr/bin/dbus-daemon", {"--session", "--nofork", "--print-address=1"}};
     std::unique_ptr<ChildProcess> mock_;
     DBusConnection* connection_ = nullptr;
-    std::string error_;
 };

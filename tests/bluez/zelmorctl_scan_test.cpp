@@ -1,56 +1,135 @@
 // zelmorctl scan --bluetooth as a user runs it, against the fake BlueZ: the
-// simulated Bluetooth LE models it lists, and BlueZ's own message when there
-// is no adapter to scan with.
+// filters its scanner sets, the simulated Bluetooth LE models it lists by the
+// manufacturer data they advertise while other advertisements are left out,
+// and why it cannot scan.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "ble_advertising.h"
-#include "bluez_environment.h"
-#include "child_process.h"
+#include "fake_bluez.h"
 #include "simulated_device.h"
+#include "zelmor_gatt.h"
 
 namespace {
 
 using Json = nlohmann::json;
 
-TEST(ZelmorctlBluetoothScanTest, ListsTheAdvertisingModelsByTheirAddress) {
-    FakeBlueZ& fake = fakeBlueZ();
-    fake.reset();
-    fake.addAdapter("hci0");
+constexpr char const* kDeviceInterface = FakeBlueZ::kDeviceInterface;
+
+sim::SimulatedDeviceConfig bluetoothModel(uint8_t revision) {
     sim::SimulatedDeviceConfig config;
-    config.hardwareRevision = 0x30;
-    config.name = "Galley";
-    sim::SimulatedDevice device(config);
-    std::string const path = fake.addDevice("hci0", "C2:5A:4C:00:00:30", "Galley");
-
-    ChildProcess scan(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "2", "--json"});
-    ASSERT_TRUE(scan.started()) << scan.error();
-    // The device advertises a few times a second while the scan listens.
-    std::optional<int> status;
-    while (!(status = scan.wait(std::chrono::milliseconds(100)))) {
-        ManufacturerData const data = sim::advertisedManufacturerData(device);
-        fake.setProperty(path, FakeBlueZ::kDeviceInterface, "ManufacturerData",
-                         ManufacturerEntries{{kZelmorCompanyId, std::vector<uint8_t>(data.begin(), data.end())}});
-    }
-    ASSERT_EQ(*status, 0) << scan.takeErrors();
-
-    std::string const out = scan.takeOutput();
-    Json const line = Json::parse(out.substr(0, out.find('\n')));
-    EXPECT_EQ(line["bluetooth_address"], "C2:5A:4C:00:00:30");
-    EXPECT_EQ(line["serial"], "0000C25A4C000030");
-    EXPECT_EQ(line["model"], "Zelmor-7T");
-    EXPECT_EQ(line["name"], "Galley");
-    EXPECT_TRUE(line["ip"].is_null());
-    EXPECT_TRUE(line["voltage2"].is_null());
+    config.hardwareRevision = revision;
+    config.bluetoothAddress = {0xC2, 0x5A, 0x4C, 0x00, 0x00, revision};
+    config.clock = [] { return int64_t{1700000000}; };  // readings hold still while the test compares them
+    return config;
 }
 
-TEST(ZelmorctlBluetoothScanTest, WithoutAnAdapterSaysSo) {
-    fakeBlueZ().reset();
-    ProgramRun const run =
-        runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
-    EXPECT_EQ(run.status, 1);
-    EXPECT_EQ(run.err, "Bluetooth LE scan failed: No Bluetooth adapter found\n");
+std::vector<uint8_t> advertisedBy(sim::SimulatedDevice& device) {
+    ManufacturerData const data = sim::advertisedManufacturerData(device);
+    return {data.begin(), data.end()};
+}
+
+/// The readings a listing of `device` must carry, within the resolution of
+/// their encoding and of the listing.
+void expectReadingsOf(sim::SimulatedDevice& device, Json const& line) {
+    sim::MonitorReadings const r = device.readings();
+    auto const near = [&](char const* field, double expected, double resolution) {
+        EXPECT_NEAR(line[field].get<double>(), expected, std::fabs(expected) * resolution + 0.001) << field;
+    };
+    EXPECT_EQ(line["time"], r.time);
+    EXPECT_EQ(line["status"], r.status & 0x0F);
+    near("voltage1", r.voltage1, 0);
+    if (std::isnan(r.voltage2)) {
+        EXPECT_TRUE(line["voltage2"].is_null());
+    } else {
+        near("voltage2", r.voltage2, 0);
+    }
+    near("current", r.current, 1.0 / 2048);
+    near("power", r.power, 1.0 / 2048);
+    near("temperature", r.temperature, 1.0 / 2048);
+    EXPECT_EQ(line["coulomb_mAh"], r.coulombMeter);
+    near("energy_Wh", static_cast<double>(r.energyMeter) / 1000.0, 0);
+    EXPECT_EQ(line["soc"], r.stateOfCharge);
+    EXPECT_EQ(line["runtime_minutes"], r.runtime);
+}
+
+TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
+    FakeBlueZ& fake = FakeBlueZ::instance();
+    fake.reset();
+    sim::SimulatedDevice zelmor(bluetoothModel(0x23));
+    sim::SimulatedDevice zelmor7T(bluetoothModel(0x30));
+    std::vector<uint8_t> const valid = advertisedBy(zelmor);
+    std::vector<uint8_t> const cut(valid.begin(), valid.end() - 1);
+    // The two models among other companies' data, then others: another
+    // company's entry and a device's entry one byte short are left out.
+    std::vector<std::pair<std::string, ManufacturerEntries>> const advertising = {
+        {fake.addDevice("C2:5A:4C:00:00:23", "Galley"), {{0x0006, {9}}, {kZelmorCompanyId, valid}}},
+        {fake.addDevice("C2:5A:4C:00:00:30", "Bow"), {{kZelmorCompanyId, advertisedBy(zelmor7T)}}},
+        {fake.addDevice("D0:00:00:00:00:01", "Stranger"), {{0x004C, valid}}},
+        {fake.addDevice("D0:00:00:00:00:02", "Stranger"), {{0x004C, {1, 2}}, {kZelmorCompanyId, cut}}},
+    };
+    fake.setProperty(advertising[1].first, kDeviceInterface, "RSSI", int16_t{-55});
+    ChildProcess scan(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "2", "--json"});
+    ASSERT_TRUE(scan.started()) << scan.error();
+    // The devices advertise a few times a second while the scan listens.
+    std::optional<int> status;
+    while (!(status = scan.wait(std::chrono::milliseconds(100))))
+        for (auto const& [path, entries] : advertising)
+            fake.setProperty(path, kDeviceInterface, "ManufacturerData", entries);
+    ASSERT_EQ(*status, 0) << scan.takeErrors();
+    EXPECT_EQ(fake.adapterCalls(), (std::vector<std::string>{
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"Transport": "le", "DuplicateData": true}))",
+                                       "StopDiscovery()",
+                                       R"(SetDiscoveryFilter({"UUIDs": ["ec7c0000-2c7b-1539-172f-29d041beab3e"]}))",
+                                       "StartDiscovery()",
+                                       "StopDiscovery()",
+                                   }));
+
+    std::istringstream out(scan.takeOutput());
+    std::vector<Json> lines;
+    for (std::string line; std::getline(out, line);) lines.push_back(Json::parse(line));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0]["bluetooth_address"], "C2:5A:4C:00:00:23");
+    EXPECT_EQ(lines[0]["serial"], "0000C25A4C000023");
+    EXPECT_EQ(lines[0]["name"], "Galley");
+    EXPECT_EQ(lines[0]["rssi"], -79);
+    expectReadingsOf(zelmor, lines[0]);
+    EXPECT_EQ(lines[1]["bluetooth_address"], "C2:5A:4C:00:00:30");
+    EXPECT_EQ(lines[1]["serial"], "0000C25A4C000030");
+    EXPECT_EQ(lines[1]["model"], "Zelmor-7T");
+    EXPECT_EQ(lines[1]["name"], "Bow");
+    EXPECT_EQ(lines[1]["rssi"], -55);
+    EXPECT_TRUE(lines[1]["ip"].is_null());
+    EXPECT_TRUE(lines[1]["voltage2"].is_null());
+    expectReadingsOf(zelmor7T, lines[1]);
+}
+
+TEST(ZelmorctlBluetoothScan, SaysWhyItCannotScan) {
+    struct Case {
+        bool adapter;
+        char const* error;
+    } const cases[] = {
+        {false, "Bluetooth LE scan failed: No Bluetooth adapter found\n"},
+        {true, "Bluetooth LE scan failed: org.bluez.Error.NotReady: Resource Not Ready\n"},
+    };
+    for (Case const& c : cases) {
+        FakeBlueZ& fake = FakeBlueZ::instance();
+        fake.reset(c.adapter);
+        if (c.adapter)
+            fake.replaceAdapterMethod(
+                "StartDiscovery",
+                "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')");
+        ProgramRun const run =
+            runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.err, c.error);
+    }
 }
 
 }  // namespace

@@ -1,8 +1,6 @@
 // A GATT client on a socket-pair host with a scripted device behind it. A
 // script lists, in spaced hexadecimal, the ATT PDUs the client must send byte
-// for byte and what the device answers, in order. Also the client's link
-// events, the notifications it delivers, and the database the discovery
-// script describes.
+// for byte and what the device answers, in order.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -10,32 +8,24 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
-#include <condition_variable>
-#include <functional>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "bluetooth_le.h"
 #include "callback_result.h"
+#include "reports.h"
 #include "socket_pair_bluetooth_host.h"
 #include "test_bytes.h"
 
 namespace gatttest {
 
 using Reason = BluetoothLE::DisconnectReason;
-using State = BluetoothLE::State;
 using Characteristic = BluetoothLE::Characteristic;
 
 inline constexpr uint64_t kAddress = 0xC25A4C000001;
-inline constexpr auto kPatience = std::chrono::seconds(10);
 
 struct AttStep {
     bool fromClient;
@@ -77,36 +67,23 @@ public:
         ASSERT_EQ(::send(socket_, pdu.data(), pdu.size(), MSG_NOSIGNAL), static_cast<ssize_t>(pdu.size()));
     }
 
-    /// The client's next PDU; nothing when none comes in time or the client closed.
-    std::optional<std::vector<uint8_t>> receive() {
-        auto const deadline = std::chrono::steady_clock::now() + kPatience;
-        pollfd ready{socket_, POLLIN, 0};
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (::poll(&ready, 1, 50) <= 0) continue;
-            if ((ready.revents & POLLIN) == 0) return std::nullopt;
-            uint8_t buffer[1024];
-            ssize_t const received = ::recv(socket_, buffer, sizeof buffer, 0);
-            if (received <= 0) return std::nullopt;
-            return std::vector<uint8_t>(buffer, buffer + received);
-        }
-        return std::nullopt;
-    }
-
     /// Plays the script; the first difference fails with both PDUs in hexadecimal.
     testing::AssertionResult play(AttScript const& script) {
         for (size_t i = 0; i < script.size(); ++i) {
-            AttStep const& step = script[i];
-            if (!step.fromClient) {
-                send(step.bytes);
+            if (!script[i].fromClient) {
+                send(script[i].bytes);
                 continue;
             }
-            std::string const expected = hex(fromHex(step.bytes));
-            std::optional<std::vector<uint8_t>> const got = receive();
-            if (!got)
-                return testing::AssertionFailure() << "step " << i << ": expected [" << expected << "], got nothing";
-            if (hex(*got) != expected)
+            // "nothing" when no PDU comes in time or the client closed.
+            pollfd ready{socket_, POLLIN, 0};
+            uint8_t buffer[1024];
+            bool const arrived = ::poll(&ready, 1, static_cast<int>(kReportPatience.count() * 1000)) > 0;
+            ssize_t const received = arrived ? ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT) : 0;
+            std::string const got = received > 0 ? hex(buffer, static_cast<size_t>(received)) : "nothing";
+            std::string const expected = hex(fromHex(script[i].bytes));
+            if (got != expected)
                 return testing::AssertionFailure()
-                       << "step " << i << ":\n  expected [" << expected << "]\n  got      [" << hex(*got) << "]";
+                       << "step " << i << ":\n  expected [" << expected << "]\n  got      [" << got << "]";
         }
         return testing::AssertionSuccess();
     }
@@ -127,77 +104,30 @@ inline std::string deviceUuid(char const* number) {
     return std::string("3e ab be 41 d0 29 2f 17 39 15 7b 2c ") + number + " 00 7c ec";
 }
 
+inline AttStep const kServicesRequest = fromClient("10 01 00 ff ff 00 28");
+inline AttStep const kDeclarationsRequest = fromClient("08 01 00 ff ff 03 28");
+inline AttStep const kDescriptorsRequest = fromClient("08 01 00 ff ff 02 29");
 // clang-format off
 inline AttScript const kDiscovery = {
-    fromClient("10 01 00 ff ff 00 28"), toClient("11 06 01 00 07 00 0f 18"),
+    kServicesRequest, toClient("11 06 01 00 07 00 0f 18"),
     fromClient("10 08 00 ff ff 00 28"), toClient("11 14 10 00 18 00 " + deviceUuid("00")),
     fromClient("10 19 00 ff ff 00 28"), toClient("01 10 19 00 0a"),
-    fromClient("08 01 00 ff ff 03 28"), toClient("09 07 02 00 0a 03 00 1a 2a 04 00 12 05 00 19 2a"),
+    kDeclarationsRequest, toClient("09 07 02 00 0a 03 00 1a 2a 04 00 12 05 00 19 2a"),
     fromClient("08 05 00 ff ff 03 28"), toClient("09 15 11 00 20 12 00 " + deviceUuid("01")),
     fromClient("08 12 00 ff ff 03 28"), toClient("09 15 14 00 3e 15 00 " + deviceUuid("02")),
     fromClient("08 15 00 ff ff 03 28"), toClient("01 08 15 00 0a"),
-    fromClient("08 01 00 ff ff 02 29"), toClient("09 04 06 00 00 00 13 00 00 00"),
+    kDescriptorsRequest, toClient("09 04 06 00 00 00 13 00 00 00"),
     fromClient("08 14 00 ff ff 02 29"), toClient("09 04 16 00 00 00"),
     fromClient("08 17 00 ff ff 02 29"), toClient("01 08 17 00 0a"),
 };
 // clang-format on
 inline AttScript const kMtuRequest = {fromClient("02 f7 00")};
 
-// For states nobody signals: the host's held connection.
-template <class Condition>
-bool eventually(Condition condition) {
-    auto const deadline = std::chrono::steady_clock::now() + kPatience;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
-
-// What the client reports from its connection thread, in order.
-template <class T>
-class Reports {
-public:
-    void add(T item) {
-        std::lock_guard lock(mutex_);
-        items_.push_back(std::move(item));
-        changed_.notify_all();
-    }
-    /// All reports once there are `count`, or when no more come in time.
-    std::vector<T> wait(size_t count) {
-        std::unique_lock lock(mutex_);
-        changed_.wait_for(lock, kPatience, [&] { return items_.size() >= count; });
-        return items_;
-    }
-    /// The count-th report.
-    std::optional<T> nth(size_t count) {
-        std::vector<T> const items = wait(count);
-        if (items.size() < count) return std::nullopt;
-        return items[count - 1];
-    }
-    std::vector<T> all() { return wait(0); }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<T> items_;
-};
-
 inline Characteristic& characteristicOf(BluetoothLE& ble, uint16_t valueHandle) {
     for (auto& service : ble.services())
         for (auto& characteristic : service.characteristics)
             if (characteristic.valueHandle == valueHandle) return characteristic;
     throw std::runtime_error("no characteristic with value handle " + std::to_string(valueHandle));
-}
-
-template <class Operation>
-std::string thrownBy(Operation operation) {
-    try {
-        operation();
-    } catch (BluetoothLE::Exception const& e) {
-        return e.what();
-    }
-    return "nothing thrown";
 }
 
 /// The device's end of a connection the host handed over, and the address the
@@ -209,46 +139,31 @@ struct Connection {
 };
 
 // One client on a socket-pair host, the connections it made and what it
-// reports: links up, how they ended, and notifications and indications as
-// "handle: bytes".
+// reports: how links ended, and notifications and indications as "handle: bytes".
 struct ScriptedLink {
     Reports<Connection> peers;
-    std::atomic<bool> refuseNext{false};
     // Sent by the device before the client has seen its link come up.
     std::string greeting;
     sim::SocketPairBluetoothHost host{[this](int socket, uint64_t address, bool publicAddress) {
-        if (refuseNext.exchange(false)) {
-            ::close(socket);
-            return;
-        }
-        if (!greeting.empty()) {
-            std::vector<uint8_t> const pdu = fromHex(greeting);
-            ::send(socket, pdu.data(), pdu.size(), MSG_NOSIGNAL);
-        }
-        peers.add({std::make_shared<AttPeer>(socket), address, publicAddress});
+        auto const peer = std::make_shared<AttPeer>(socket);
+        if (!greeting.empty()) peer->send(greeting);
+        peers.add({peer, address, publicAddress});
     }};
-    Reports<bool> connections;
     Reports<Reason> ends;
     Reports<std::string> notifications;
     BluetoothLE ble{host};
 
-    ScriptedLink() {
-        ble.setConnectedCallback([this] { connections.add(true); });
-        ble.setDisconnectedCallback([this](Reason reason) { ends.add(reason); });
-    }
+    ScriptedLink() { ble.setDisconnectedCallback(ends.callback()); }
 
     /// The device's end, once the link is up.
     std::shared_ptr<AttPeer> connect() {
-        size_t const links = connections.all().size();
         size_t const before = peers.all().size();
         ble.connect(kAddress, false);
-        std::optional<Connection> connection = peers.nth(before + 1);
-        if (!connection) {
-            ADD_FAILURE() << "the client never connected";
-            return std::make_shared<AttPeer>(-1);
-        }
-        EXPECT_TRUE(connections.nth(links + 1));
-        return connection->peer;
+        std::vector<Connection> const connections = peers.wait(before + 1);
+        EXPECT_TRUE(eventually([this] { return ble.state() == BluetoothLE::State::Connected; }));
+        if (connections.size() > before) return connections.back().peer;
+        ADD_FAILURE() << "the client never connected";
+        return std::make_shared<AttPeer>(-1);
     }
 
     /// Discovers kDiscovery's database; every characteristic reports to notifications.
@@ -264,12 +179,8 @@ struct ScriptedLink {
             done();
         });
         ASSERT_TRUE(peer.play(kDiscovery));
-        discovered.get(kPatience);
+        discovered.get(kReportPatience);
     }
 };
-
-using Action = std::function<void(BluetoothLE&)>;
-
-inline void exchangeMtu247(BluetoothLE& ble) { ble.exchangeMtu(247, {}); }
 
 }  // namespace gatttest

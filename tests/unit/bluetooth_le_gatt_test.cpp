@@ -1,11 +1,11 @@
-// The GATT client's operations against scripted devices on a socket pair:
-// service discovery, reads, writes, configuration descriptors and misuse.
-// Malformed discovery answers are with the other protocol failures.
+// The GATT client against scripted devices on a socket pair, every PDU it
+// sends compared byte for byte: its operations, the MTU rule, notifications,
+// the protocol violations that end the link, misuse, and links that stall or
+// start again.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
-#include <iterator>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -15,81 +15,88 @@
 namespace {
 
 using namespace gatttest;
+using Action = std::function<void(BluetoothLE&)>;
+/// An operation that hands what it finished with, as text, to `finished`.
+using Operation = std::function<void(BluetoothLE&, std::function<void(std::string)> finished)>;
 
-// Handles and properties in hexadecimal.
-TEST(BluetoothLEDiscovery, PagesThroughEachStepAndJoinsTheLists) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
-    std::ostringstream got;
-    got << std::hex;
-    for (BluetoothLE::Service const& service : link.ble.services()) {
-        got << "service " << service.startHandle << "-" << service.endHandle << " " << service.uuid.toString() << "\n";
-        for (Characteristic const& c : service.characteristics) {
-            got << "  " << c.declarationHandle << " " << int{c.properties} << " " << c.valueHandle << " "
-                << c.uuid.toString() << " ccc " << c.cccHandle << "\n";
-            EXPECT_EQ(c.owner, &link.ble);
-        }
+template <class Operation>
+std::string thrownBy(Operation operation) {
+    try {
+        operation();
+    } catch (BluetoothLE::Exception const& e) {
+        return e.what();
     }
-    EXPECT_EQ(got.str(),
-              "service 1-7 180f\n"
-              "  2 a 3 2a1a ccc 0\n"
-              "  4 12 5 2a19 ccc 6\n"
-              "service 10-18 ec7c0000-2c7b-1539-172f-29d041beab3e\n"
-              "  11 20 12 ec7c0001-2c7b-1539-172f-29d041beab3e ccc 13\n"
-              "  14 3e 15 ec7c0002-2c7b-1539-172f-29d041beab3e ccc 16\n");
+    return "nothing thrown";
 }
 
-TEST(BluetoothLEDiscovery, StepEndsAtTheLastHandleWithoutAnotherPage) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    CallbackResult<> discovered;
-    link.ble.discoverServices(discovered.callback());
-    ASSERT_TRUE(peer->play({
-        fromClient("10 01 00 ff ff 00 28"),
-        toClient("11 06 01 00 ff ff 0f 18"),
-        fromClient("08 01 00 ff ff 03 28"),
-        toClient("01 08 01 00 0a"),
-        fromClient("08 01 00 ff ff 02 29"),
-        toClient("01 08 01 00 0a"),
-    }));
-    discovered.get(kPatience);
-    ASSERT_EQ(link.ble.services().size(), 1u);
-    EXPECT_EQ(link.ble.services()[0].endHandle, 0xFFFF);
-    EXPECT_TRUE(link.ble.services()[0].characteristics.empty());
+// The services found, handles and properties in hexadecimal.
+void discover(BluetoothLE& ble, std::function<void(std::string)> finished) {
+    ble.discoverServices([&ble, finished] {
+        std::ostringstream got;
+        got << std::hex;
+        for (BluetoothLE::Service const& service : ble.services()) {
+            got << service.startHandle << "-" << service.endHandle << " " << service.uuid.toString() << ":";
+            for (Characteristic const& c : service.characteristics)
+                got << " " << c.declarationHandle << " " << int{c.properties} << " " << c.valueHandle << " "
+                    << c.uuid.toString() << " ccc " << c.cccHandle << ";";
+        }
+        finished(got.str());
+    });
 }
 
-// At the default MTU of 23: reads answered with 22 bytes continue, writes
-// of more than 20 bytes go out in Prepare Write pieces of 18.
-TEST(BluetoothLEExchanges, ReadsAndWritesByteForByte) {
-    using Finished = std::function<void(std::vector<uint8_t>)>;
-    auto const read = [](uint16_t handle) {
-        return [handle](BluetoothLE& ble, Finished finished) {
-            characteristicOf(ble, handle).read([finished](uint8_t const* data, size_t length) {
-                finished({data, data + length});
-            });
-        };
+Operation read(uint16_t handle) {
+    return [handle](BluetoothLE& ble, auto finished) {
+        characteristicOf(ble, handle).read([finished](uint8_t const* data, size_t length) {
+            finished(hex(data, length));
+        });
     };
-    auto const write = [](uint16_t handle, std::string value) {
-        return [handle, value](BluetoothLE& ble, Finished finished) {
-            characteristicOf(ble, handle).write(fromHex(value), [finished] { finished({}); });
-        };
+}
+
+Operation write(uint16_t handle, std::string value) {
+    return [handle, value](BluetoothLE& ble, auto finished) {
+        characteristicOf(ble, handle).write(fromHex(value), [finished] { finished("done"); });
     };
-    auto const configure = [](uint16_t handle, bool notify, bool indicate) {
-        return [=](BluetoothLE& ble, Finished finished) {
-            characteristicOf(ble, handle).setNotify(notify, indicate, [finished] { finished({}); });
-        };
+}
+
+Operation configure(uint16_t handle, bool notify, bool indicate) {
+    return [=](BluetoothLE& ble, auto finished) {
+        characteristicOf(ble, handle).setNotify(notify, indicate, [finished] { finished("done"); });
     };
+}
+
+Operation mtu(unsigned asked) {
+    return [asked](BluetoothLE& ble, auto finished) {
+        ble.exchangeMtu(asked, [&ble, finished] { finished("MTU " + std::to_string(ble.mtu())); });
+    };
+}
+
+std::string ended(Reason reason) { return "link ended, reason " + std::to_string(static_cast<int>(reason)); }
+
+// One row, one exchange on a fresh link: what the operation finished with, or
+// how the link ended. At the default MTU of 23 reads answered with 22 bytes
+// continue and writes of more than 20 bytes go out in Prepare Write pieces of
+// 18. The client takes the device's MTU capped at 512, whatever it asked.
+TEST(BluetoothLEExchanges, EachSendsItsPdusByteForByte) {
     auto const echo = [](std::string const& request) { return toClient("17" + request.substr(2)); };
     std::string const piece1 = "16 15 00 00 00 " + byteRun(1, 18);
     std::string const piece2 = "16 15 00 12 00 " + byteRun(19, 18);
     std::string const piece3 = "16 15 00 24 00 " + byteRun(37, 4);
+    std::string const uuid = "-2c7b-1539-172f-29d041beab3e";
+    AttScript const oneService = {kServicesRequest, toClient("11 06 01 00 ff ff 0f 18"), kDeclarationsRequest};
+    std::string const violation = ended(Reason::ProtocolViolation);
+    std::string const error = ended(Reason::ErrorResponse);
     struct Case {
         char const* name;
-        std::function<void(BluetoothLE&, Finished)> act;
+        Operation act;
         AttScript script;
-        std::string result;
+        std::string outcome;
     } const cases[] = {
+        {"discovery pages through each step and joins the lists", discover, kDiscovery,
+         "1-7 180f: 2 a 3 2a1a ccc 0; 4 12 5 2a19 ccc 6;10-18 ec7c0000" + uuid + ": 11 20 12 ec7c0001" + uuid +
+             " ccc 13; 14 3e 15 ec7c0002" + uuid + " ccc 16;"},
+        {"discovery step ending at the last handle without another page", discover,
+         oneService + AttScript{toClient("01 08 01 00 0a"), kDescriptorsRequest, toClient("01 08 01 00 0a")},
+         "1-ffff 180f:"},
         {"read in one answer", read(3), {fromClient("0a 03 00"), toClient("0b 01 02 03")}, "01 02 03"},
         {"read continued with Read Blob",
          read(5),
@@ -103,98 +110,238 @@ TEST(BluetoothLEExchanges, ReadsAndWritesByteForByte) {
         {"write that fits the MTU",
          write(0x15, byteRun(1, 20)),
          {fromClient("12 15 00 " + byteRun(1, 20)), toClient("13")},
-         ""},
+         "done"},
         {"long write",
          write(0x15, byteRun(1, 40)),
          {fromClient(piece1), echo(piece1), fromClient(piece2), echo(piece2), fromClient(piece3), echo(piece3),
           fromClient("18 01"), toClient("19")},
-         ""},
-        {"notifications on", configure(5, true, false), {fromClient("12 06 00 01 00"), toClient("13")}, ""},
-        {"notifications off", configure(5, false, false), {fromClient("12 06 00 00 00"), toClient("13")}, ""},
-        {"indications on", configure(0x15, false, true), {fromClient("12 16 00 02 00"), toClient("13")}, ""},
-        {"both on", configure(0x15, true, true), {fromClient("12 16 00 03 00"), toClient("13")}, ""},
+         "done"},
+        {"notifications on", configure(5, true, false), {fromClient("12 06 00 01 00"), toClient("13")}, "done"},
+        {"indications on", configure(0x15, false, true), {fromClient("12 16 00 02 00"), toClient("13")}, "done"},
+        {"MTU above 512", mtu(247), kMtuRequest + AttScript{toClient("03 58 02")}, "MTU 512"},
+        {"MTU below what was asked", mtu(247), kMtuRequest + AttScript{toClient("03 64 00")}, "MTU 100"},
+        {"notification shorter than 3 bytes", nullptr, {toClient("1b 03")}, violation},
+        {"indication shorter than 3 bytes", nullptr, {toClient("1d 15")}, violation},
+        {"answer with nothing pending", nullptr, {toClient("0b 01 02")}, violation},
+        {"answer of the wrong opcode", mtu(247), kMtuRequest + AttScript{toClient("0b 00")}, violation},
+        {"error response for another request", mtu(247), kMtuRequest + AttScript{toClient("01 0a 03 00 0a")},
+         violation},
+        {"error response cut short", mtu(247), kMtuRequest + AttScript{toClient("01 02 00")}, violation},
+        {"error response to the MTU exchange", mtu(247), kMtuRequest + AttScript{toClient("01 02 00 00 06")}, error},
+        {"error response to a read", read(3), {fromClient("0a 03 00"), toClient("01 0a 03 00 02")}, error},
+        {"error response to a write",
+         write(0x15, "01"),
+         {fromClient("12 15 00 01"), toClient("01 12 15 00 03")},
+         error},
+        {"MTU request too long", nullptr, {toClient("02 64 00 00")}, error},
+        {"MTU request too short", nullptr, {toClient("02 64")}, error},
+        {"group page not a whole number of entries",
+         discover,
+         {kServicesRequest, toClient("11 06 01 00 07 00 0f 18 01")},
+         violation},
+        {"group entries of 7 bytes", discover, {kServicesRequest, toClient("11 07 01 00 07 00 0f 18 00")}, violation},
+        {"group page without entries", discover, {kServicesRequest, toClient("11 06")}, violation},
+        {"declarations of 6 bytes", discover, oneService + AttScript{toClient("09 06 02 00 12 03 00 19")}, violation},
+        {"declaration page not a whole number of entries", discover,
+         oneService + AttScript{toClient("09 07 02 00 12 03 00 19 2a 05")}, violation},
+        {"descriptors of 5 bytes", discover,
+         oneService + AttScript{toClient("01 08 01 00 0a"), kDescriptorsRequest, toClient("09 05 04 00 00 00 00")},
+         violation},
+        {"discovery error other than Attribute Not Found",
+         discover,
+         {kServicesRequest, toClient("01 10 01 00 02")},
+         error},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.name);
         ScriptedLink link;
+        Reports<std::string> outcome;
+        link.ble.setDisconnectedCallback([outcome](Reason reason) mutable { outcome.add(ended(reason)); });
         auto const peer = link.connect();
-        link.discover(*peer);
-        CallbackResult<std::vector<uint8_t>> finished;
-        c.act(link.ble, finished.callback());
+        // Rows that discover script it themselves; the others work on kDiscovery's database.
+        if (c.script.front().bytes != kServicesRequest.bytes) link.discover(*peer);
+        if (c.act) c.act(link.ble, outcome.callback());
         ASSERT_TRUE(peer->play(c.script));
-        EXPECT_EQ(hex(std::get<0>(finished.get(kPatience))), c.result);
-        EXPECT_EQ(link.ble.state(), State::Connected);
+        EXPECT_EQ(outcome.wait(1), std::vector<std::string>{c.outcome});
     }
 }
 
-/// A copy of the characteristic at 0x15 with no value handle.
-Characteristic atHandleZero(BluetoothLE& ble) {
-    Characteristic zero = characteristicOf(ble, 0x15);
-    zero.valueHandle = 0;
-    return zero;
+// The client answers the device's own request with 512, also one waiting as
+// the link comes up: that comes with the connection's edge, which is not
+// reported again.
+TEST(BluetoothLEExchanges, DevicesMtuRequestIsAnsweredWith512) {
+    struct Case {
+        bool waiting;
+        char const* pdu;
+        uint16_t mtu;
+    } const cases[] = {{false, "02 58 02", 512}, {false, "02 64 00", 100}, {true, "02 64 00", 100}};
+    for (auto const& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.waiting << ": " << c.pdu);
+        ScriptedLink link;
+        if (c.waiting) link.greeting = c.pdu;
+        auto const peer = link.connect();
+        if (!c.waiting) peer->send(c.pdu);
+        ASSERT_TRUE(peer->play({fromClient("03 00 02")}));
+        EXPECT_EQ(link.ble.mtu(), c.mtu);
+    }
 }
 
+// Unknown handles are ignored, indications confirmed before delivery, a
+// multiple-value notification delivered up to a truncated entry, and all that
+// came before the hang-up delivered.
+TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
+    ScriptedLink link;
+    auto const peer = link.connect();
+    link.discover(*peer);
+    peer->send("1b 09 00 aa");
+    peer->send("1b 05 00 01 02");
+    peer->send("1b 03 00");
+    ASSERT_TRUE(peer->play({toClient("1d 15 00 07 08"), fromClient("1e")}));
+    peer->send("23 05 00 02 00 aa bb 09 00 01 00 99 12 00 01 00 cc 15 00 05 00 dd");
+    link.notifications.wait(5);
+    EXPECT_TRUE(link.ends.all().empty());
+    peer->send("1b 12 00 02");
+    peer->close();
+    EXPECT_EQ(link.ends.wait(1), std::vector<Reason>{Reason::LinkLost});
+    EXPECT_EQ(link.notifications.wait(6),
+              (std::vector<std::string>{"5: 01 02", "3: ", "21: 07 08", "5: aa bb", "18: cc", "18: 02"}));
+}
+
+// Misuse throws and sends nothing; every operation needs the link, before
+// the first one and once it is gone.
 TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
     static std::vector<uint8_t> const value(21, 0x5A);
+    auto const on = [](uint16_t handle, std::function<void(Characteristic&)> use) {
+        return [=](BluetoothLE& ble) { use(characteristicOf(ble, handle)); };
+    };
+    // A copy of the characteristic at 0x15 with no value handle.
+    auto const atHandleZero = [](std::function<void(Characteristic&)> use) {
+        return [=](BluetoothLE& ble) {
+            Characteristic zero = characteristicOf(ble, 0x15);
+            zero.valueHandle = 0;
+            use(zero);
+        };
+    };
     struct Case {
         char const* name;
         Action act;
         char const* message;
     } const cases[] = {
-        {"write command longer than MTU - 3",
-         [](BluetoothLE& ble) { characteristicOf(ble, 0x15).writeWithoutResponse(value.data(), 21); },
+        {"write command longer than MTU - 3", on(0x15, [](auto& c) { c.writeWithoutResponse(value.data(), 21); }),
          BluetoothLE::kLengthOverMtu},
-        {"notify without the notify bit",
-         [](BluetoothLE& ble) { characteristicOf(ble, 0x12).setNotify(true, false, {}); }, BluetoothLE::kNoNotify},
-        {"indicate without the indicate bit",
-         [](BluetoothLE& ble) { characteristicOf(ble, 5).setNotify(false, true, {}); }, BluetoothLE::kNoIndicate},
-        {"notify without a CCCD", [](BluetoothLE& ble) { characteristicOf(ble, 3).setNotify(true, false, {}); },
-         BluetoothLE::kInvalidCccHandle},
-        {"read without the read bit", [](BluetoothLE& ble) { characteristicOf(ble, 0x12).read({}); },
-         BluetoothLE::kNoRead},
-        {"write without the write bit", [](BluetoothLE& ble) { characteristicOf(ble, 5).write({1}, {}); },
-         BluetoothLE::kNoWrite},
-        {"write command without its bit",
-         [](BluetoothLE& ble) { characteristicOf(ble, 3).writeWithoutResponse(value.data(), 1); },
+        {"notify without the notify bit", on(0x12, [](auto& c) { c.setNotify(true, false, {}); }),
+         BluetoothLE::kNoNotify},
+        {"indicate without the indicate bit", on(5, [](auto& c) { c.setNotify(false, true, {}); }),
+         BluetoothLE::kNoIndicate},
+        {"notify without a CCCD", on(3, [](auto& c) { c.setNotify(true, false, {}); }), BluetoothLE::kInvalidCccHandle},
+        {"read without the read bit", on(0x12, [](auto& c) { c.read({}); }), BluetoothLE::kNoRead},
+        {"write without the write bit", on(5, [](auto& c) { c.write({1}, {}); }), BluetoothLE::kNoWrite},
+        {"write command without its bit", on(3, [](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
          BluetoothLE::kNoWriteWithoutResponse},
-        {"read at value handle 0", [](BluetoothLE& ble) { atHandleZero(ble).read({}); },
-         BluetoothLE::kInvalidValueHandle},
-        {"write command at value handle 0",
-         [](BluetoothLE& ble) { atHandleZero(ble).writeWithoutResponse(value.data(), 1); },
+        {"read at value handle 0", atHandleZero([](auto& c) { c.read({}); }), BluetoothLE::kInvalidValueHandle},
+        {"write command at value handle 0", atHandleZero([](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
          BluetoothLE::kInvalidValueHandle},
         {"connect while a link is up", [](BluetoothLE& ble) { ble.connect(kAddress, false); },
          BluetoothLE::kInvalidState},
     };
+    Action const needingTheLink[] = {
+        [](BluetoothLE& ble) { ble.exchangeMtu(247, {}); },
+        [](BluetoothLE& ble) { ble.discoverServices({}); },
+        [](BluetoothLE& ble) { ble.getRssi(); },
+        on(0x15, [](auto& c) { c.read({}); }),
+        on(0x15, [](auto& c) { c.write({1}, {}); }),
+        on(0x15, [](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
+        on(0x15, [](auto& c) { c.setNotify(true, false, {}); }),
+    };
     ScriptedLink link;
+    // Before the first link there are no characteristics yet to try.
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(thrownBy([&] { needingTheLink[i](link.ble); }), BluetoothLE::kInvalidState);
     auto const peer = link.connect();
     link.discover(*peer);
     for (auto const& c : cases) EXPECT_EQ(thrownBy([&] { c.act(link.ble); }), c.message) << c.name;
     // What the link carries next is the first thing sent after discovery.
     characteristicOf(link.ble, 0x15).writeWithoutResponse(value.data(), 20);
     EXPECT_TRUE(peer->play({fromClient("52 15 00 " + hex(value.data(), 20))}));
-    EXPECT_EQ(link.ble.state(), State::Connected);
+    peer->close();
+    ASSERT_EQ(link.ends.wait(1), std::vector<Reason>{Reason::LinkLost});
+    for (Action const& operation : needingTheLink)
+        EXPECT_EQ(thrownBy([&] { operation(link.ble); }), BluetoothLE::kInvalidState);
+    EXPECT_EQ(thrownBy([] { Characteristic{}.read({}); }), BluetoothLE::kInvalidState);
 }
 
-TEST(BluetoothLEMisuse, NeedsTheLinkForEveryOperation) {
-    static uint8_t const byte = 1;
-    Action const operations[] = {
-        exchangeMtu247,
-        [](BluetoothLE& ble) { ble.discoverServices({}); },
-        [](BluetoothLE& ble) { ble.getRssi(); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).read({}); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).write({1}, {}); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).writeWithoutResponse(&byte, 1); },
-        [](BluetoothLE& ble) { characteristicOf(ble, 0x15).setNotify(true, false, {}); },
-    };
+// The peer stops reading: a few write commands fill the socket, the next one
+// waits in vain and ends the link, once.
+TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
     ScriptedLink link;
-    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(thrownBy([&] { operations[i](link.ble); }), BluetoothLE::kInvalidState);
     auto const peer = link.connect();
     link.discover(*peer);
-    peer->close();
-    ASSERT_EQ(link.ends.nth(1), Reason::LinkLost);
-    for (size_t i = 0; i < std::size(operations); ++i)
-        EXPECT_EQ(thrownBy([&] { operations[i](link.ble); }), BluetoothLE::kInvalidState) << i;
-    EXPECT_EQ(thrownBy([] { Characteristic{}.read({}); }), BluetoothLE::kInvalidState);
+    std::vector<uint8_t> const value(20, 0xC3);
+    auto const deadline = std::chrono::steady_clock::now() + 3 * kReportPatience;
+    while (link.ends.all().empty() && std::chrono::steady_clock::now() < deadline)
+        thrownBy([&] { characteristicOf(link.ble, 0x15).writeWithoutResponse(value.data(), value.size()); });
+    EXPECT_EQ(link.ends.wait(1), std::vector<Reason>{Reason::WriteFailed});
+    link.ble.disconnect();
+    EXPECT_EQ(link.ends.all(), std::vector<Reason>{Reason::WriteFailed});
+}
+
+// The second link comes from the disconnected callback itself and starts
+// afresh: the default MTU and an empty queue.
+TEST(BluetoothLELink, ReconnectsFromItsOwnDisconnectedCallback) {
+    ScriptedLink link;
+    link.ble.setDisconnectedCallback([&link](Reason reason) {
+        link.ends.add(reason);
+        if (reason == Reason::LinkLost) link.ble.connect(kAddress, true);
+    });
+    auto const first = link.connect();
+    CallbackResult<> exchanged;
+    link.ble.exchangeMtu(100, exchanged.callback());
+    ASSERT_TRUE(first->play({fromClient("02 64 00"), toClient("03 64 00")}));
+    exchanged.get(kReportPatience);
+    EXPECT_EQ(link.ble.mtu(), 100);
+    link.ble.exchangeMtu(247, {});
+    ASSERT_TRUE(first->play(kMtuRequest));
+    first->close();
+
+    std::vector<Connection> const connections = link.peers.wait(2);
+    ASSERT_EQ(connections.size(), 2u);
+    EXPECT_TRUE(connections[1].publicAddress);
+    ASSERT_TRUE(eventually([&] { return link.ble.state() == BluetoothLE::State::Connected; }));
+    EXPECT_EQ(link.ble.mtu(), BluetoothLE::kDefaultMtu);
+    // Were the unanswered request still queued, this one would wait behind it.
+    CallbackResult<> again;
+    link.ble.exchangeMtu(48, again.callback());
+    ASSERT_TRUE(connections[1].peer->play({fromClient("02 30 00"), toClient("03 30 00")}));
+    again.get(kReportPatience);
+    EXPECT_EQ(link.ble.mtu(), 48);
+    link.ble.disconnect();
+    EXPECT_EQ(link.ends.all(), (std::vector<Reason>{Reason::LinkLost, Reason::ClosedLocally}));
+}
+
+TEST(BluetoothLELink, ConnectsToTheAddressOfTheText) {
+    struct Case {
+        char const* text;
+        uint64_t address;
+    } const cases[] = {
+        {"C2:5A:4C:00:00:01", 0xC25A4C000001},
+        {"c2-5a-4c-00-00-01", 0xC25A4C000001},
+        {"C2:5A:4C:00:00:01:77", 0xC25A4C000001},
+        {"C2:5A:4G:00:00:01", 0xC25A},
+        {"C2:5A:4C0:00:00:01", 0xC25A},
+        {"C2:5A:4C:00:00:1", 0xC25A4C0000},
+        {"", 0},
+    };
+    bool publicAddress = false;
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.text);
+        publicAddress = !publicAddress;
+        ScriptedLink link;
+        link.ble.connect(c.text, publicAddress);
+        std::vector<Connection> const connections = link.peers.wait(1);
+        ASSERT_EQ(connections.size(), 1u);
+        EXPECT_EQ(connections[0].address, c.address);
+        EXPECT_EQ(connections[0].publicAddress, publicAddress);
+    }
 }
 
 }  // namespace

@@ -3,17 +3,16 @@
 // the other. Everything above the socket is the production code.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cmath>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
-#include <thread>
+#include <functional>
 #include <vector>
 
+#include "auth_key.h"
 #include "ble_radio.h"
 #include "callback_result.h"
 #include "cobs.h"
+#include "reports.h"
 #include "simulated_device.h"
 #include "zelmor_impl.h"
 
@@ -23,64 +22,28 @@ using Code = Zelmor::ResponseCode;
 using Reason = Zelmor::DisconnectReason;
 
 constexpr uint64_t kAddress = 0xC25A4C000001;
-constexpr int64_t kNow = 1763800000;  // the device's clock stands still: readings compare exactly
-
-sim::SimulatedDeviceConfig bleConfig(uint8_t revision) {
-    sim::SimulatedDeviceConfig config;
-    config.hardwareRevision = revision;
-    config.firmwareVersion = 0x0250;
-    config.serial = kAddress;
-    config.name = "Van";
-    config.historyDays = 2;
-    config.logIntervalSeconds = 60;
-    config.bluetoothAddress = {0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x01};
-    config.clock = [] { return kNow; };
-    return config;
-}
-
-/// Live records as the monitor-data callback delivers them.
-class LiveRecords {
-public:
-    Zelmor::MonitorDataCallback callback() {
-        return [this](Zelmor::MonitorData const& data) {
-            std::lock_guard lock(mutex_);
-            records_.push_back(data);
-            arrived_.notify_all();
-        };
-    }
-    /// All records once there are `count`; fewer when they do not come in time.
-    std::vector<Zelmor::MonitorData> wait(size_t count) {
-        std::unique_lock lock(mutex_);
-        arrived_.wait_for(lock, std::chrono::seconds(20), [&] { return records_.size() >= count; });
-        return records_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::vector<Zelmor::MonitorData> records_;
-};
-
-template <class Condition>
-bool waitUntil(Condition condition) {
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
-}
 
 /// A simulated device on the air and a connection object that reaches it.
 class BleLink : public ::testing::Test {
 protected:
-    void start(sim::SimulatedDeviceConfig config, sim::BlePeerOptions options = {}) {
-        options.liveDataIntervalMs = 20;
+    void SetUp() override {
+        sim::SimulatedDeviceConfig config;
+        config.hardwareRevision = 0x23;
+        config.firmwareVersion = 0x0250;
+        config.name = "Van";
+        config.userPassword = "bilge";
+        config.historyDays = 2;
+        config.bluetoothAddress = {0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x01};
+        config.clock = [] { return int64_t{1763800000}; };  // the clock stands still: readings compare exactly
         device_ = std::make_unique<sim::SimulatedDevice>(std::move(config));
-        radio_.addDevice(kAddress, *device_, options);
-        zelmor_ = std::make_unique<ZelmorImpl>("127.0.0.1", radio_.host());
+        offer({});
         zelmor_->setMonitorDataCallback(live_.callback());
         ASSERT_TRUE(zelmor_->openBluetooth());
+    }
+    /// New connections reach the device with `options`.
+    void offer(sim::BlePeerOptions options) {
+        options.liveDataIntervalMs = 20;
+        radio_.addDevice(kAddress, *device_, options);
     }
     /// Connects with fresh link callbacks; waits for the link unless told not to.
     void connect(uint64_t address = kAddress, bool wait = true) {
@@ -91,25 +54,18 @@ protected:
         zelmor_->connectBle(address);
         if (wait) connected_.get();
     }
-    void TearDown() override {
-        if (!zelmor_) return;
-        zelmor_->setMonitorDataCallback({});
-        zelmor_.reset();
-    }
 
     // The device outlives the radio, whose links use it.
     std::unique_ptr<sim::SimulatedDevice> device_;
     sim::BleRadio radio_;
-    std::unique_ptr<ZelmorImpl> zelmor_;
+    std::unique_ptr<ZelmorImpl> zelmor_ = std::make_unique<ZelmorImpl>("127.0.0.1", radio_.host());
     CallbackResult<> connected_;
     CallbackResult<Reason> disconnected_;
-    LiveRecords live_;
+    Reports<Zelmor::MonitorData> live_;
 };
 
 TEST_F(BleLink, RunsTheDeviceProtocol) {
-    start(bleConfig(0x23));
     connect();
-
     CallbackResult<Code, Zelmor::DeviceInfo> info;
     zelmor_->requestGetInfo(info.callback());
     auto const [infoCode, record] = info.get();
@@ -117,6 +73,11 @@ TEST_F(BleLink, RunsTheDeviceProtocol) {
     EXPECT_EQ(record.hardwareRevision, 0x23);
     EXPECT_EQ(record.name, "Van");
     EXPECT_EQ(record.bluetoothAddress, (std::array<uint8_t, 6>{0xC2, 0x5A, 0x4C, 0x00, 0x00, 0x01}));
+    for (auto const& [password, code] : {std::pair{"bulge", Code::PasswordRejected}, {"bilge", Code::Success}}) {
+        CallbackResult<Code> unlock;
+        zelmor_->requestUnlock(makeAuthKey(password), unlock.callback());
+        EXPECT_EQ(std::get<0>(unlock.get()), code) << password;
+    }
 
     // A whole log file, read in pieces longer than one write command.
     CallbackResult<Code, std::vector<Zelmor::LogFileDescriptor>> list;
@@ -124,13 +85,11 @@ TEST_F(BleLink, RunsTheDeviceProtocol) {
     auto const [listCode, files] = list.get();
     ASSERT_EQ(listCode, Code::Success);
     ASSERT_FALSE(files.empty());
-    Zelmor::LogFileDescriptor const file = files.front();
     std::vector<uint8_t> copy;
-    while (copy.size() < file.size) {
+    while (copy.size() < files[0].size) {
         CallbackResult<Code, std::vector<uint8_t>> chunk;
-        auto done = chunk.callback();
-        zelmor_->requestReadLogFile(file.fileId, static_cast<uint32_t>(copy.size()), 4096,
-                                    [done](Code code, uint8_t const* data, size_t length) {
+        zelmor_->requestReadLogFile(files[0].fileId, static_cast<uint32_t>(copy.size()), 4096,
+                                    [done = chunk.callback()](Code code, uint8_t const* data, size_t length) {
                                         done(code, std::vector<uint8_t>(data, data + length));
                                     });
         auto const [code, bytes] = chunk.get();
@@ -138,11 +97,10 @@ TEST_F(BleLink, RunsTheDeviceProtocol) {
         ASSERT_FALSE(bytes.empty());
         copy.insert(copy.end(), bytes.begin(), bytes.end());
     }
-    EXPECT_EQ(copy, device_->logFile(file.fileId));
+    EXPECT_EQ(copy, device_->logFile(files[0].fileId));
 }
 
 TEST_F(BleLink, LiveDataCarriesTheDeviceReadingsAndTheLinkRssi) {
-    start(bleConfig(0x23));
     radio_.host().setRssi(-71);
     connect();
     std::vector<Zelmor::MonitorData> records = live_.wait(2);
@@ -164,103 +122,99 @@ TEST_F(BleLink, LiveDataCarriesTheDeviceReadingsAndTheLinkRssi) {
     EXPECT_EQ(got.stateOfCharge, expected.stateOfCharge);
     EXPECT_EQ(got.runtime, expected.runtime);
     EXPECT_EQ(got.rssi, -71);
-
     // An adapter that cannot tell the signal strength leaves it "not available".
     radio_.host().setRssi(0, false);
     records = live_.wait(records.size() + 2);
     EXPECT_EQ(records.back().rssi, -32768);
 }
 
-/// One live-data frame of `length` bytes naming `revision`, COBS-framed.
-std::vector<uint8_t> liveFrame(uint8_t revision, size_t length, float voltage1) {
+/// One live-data frame of `length` bytes from a 0x30 model, COBS-framed.
+std::vector<uint8_t> liveFrame(size_t length, float voltage1) {
     std::vector<uint8_t> frame(length, 0);
-    frame[2] = revision;
+    frame[2] = 0x30;
     std::memcpy(&frame[11], &voltage1, sizeof voltage1);
     std::vector<uint8_t> encoded;
     cobsEncode(frame.data(), frame.size(), encoded);
     return encoded;
 }
 
-// The short form of the 0x3_ models, and a frame that does not fit it: the
-// notification is abandoned, so the good frame behind it is not decoded, but
-// the next notification is.
-TEST_F(BleLink, SevenTModelSendsTheShortFormAndAMisfitAbandonsItsNotification) {
-    start(bleConfig(0x30));
+// The 0x3_ models send the short form of 47 bytes, without voltage 2. A frame
+// that does not fit it abandons its notification, so the good frame behind it
+// is not decoded, but the next notification is.
+TEST_F(BleLink, AMisfitFrameAbandonsItsNotification) {
     connect();
-    std::vector<Zelmor::MonitorData> const first = live_.wait(1);
-    ASSERT_FALSE(first.empty());
-    EXPECT_EQ(first[0].hardwareRevision, 0x30);
-    EXPECT_TRUE(std::isnan(first[0].voltage2));
-    EXPECT_FLOAT_EQ(first[0].voltage1, device_->readings().voltage1);
-
+    ASSERT_FALSE(live_.wait(1).empty());
     std::shared_ptr<sim::BleDevicePeer> const peer = radio_.latestPeer(kAddress);
-    ASSERT_TRUE(peer);
-    std::vector<uint8_t> notification = liveFrame(0x30, 51, 11.0f);
-    std::vector<uint8_t> const good = liveFrame(0x30, 47, 12.5f);
+    std::vector<uint8_t> notification = liveFrame(51, 11.0f);
+    std::vector<uint8_t> const good = liveFrame(47, 12.5f);
     notification.insert(notification.end(), good.begin(), good.end());
     ASSERT_TRUE(peer->notify(peer->liveDataHandle(), notification));
-    ASSERT_TRUE(peer->notify(peer->liveDataHandle(), liveFrame(0x30, 47, 13.25f)));
-
-    // The device's own records carry its clock; the crafted ones a time of 0.
-    std::vector<Zelmor::MonitorData> pushed;
-    ASSERT_TRUE(waitUntil([&] {
-        pushed.clear();
-        for (Zelmor::MonitorData const& m : live_.wait(0))
-            if (m.time == 0) pushed.push_back(m);
-        return !pushed.empty();
-    }));
+    ASSERT_TRUE(peer->notify(peer->liveDataHandle(), liveFrame(47, 13.25f)));
+    // The device's own records carry its revision; the crafted ones 0x30.
+    auto const crafted = [](Zelmor::MonitorData const& m) { return m.hardwareRevision == 0x30; };
+    std::vector<Zelmor::MonitorData> const pushed = live_.wait(1, crafted);
     ASSERT_EQ(pushed.size(), 1u);
     EXPECT_FLOAT_EQ(pushed[0].voltage1, 13.25f);
     EXPECT_TRUE(std::isnan(pushed[0].voltage2));
 }
 
-TEST_F(BleLink, DeviceServiceWithAThirdCharacteristicIsClosedLocally) {
-    start(bleConfig(0x23), {.extraCharacteristic = true});
-    connect(kAddress, false);
-    EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ClosedLocally);
-}
-
 TEST_F(BleLink, LinkEndsAreReportedWithTheDeviceInterfaceReasons) {
-    start(bleConfig(0x23));
-    // Nobody at that address: the connection never comes up.
-    connect(0xC25A4C0000FF, false);
-    EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ConnectFailed);
-    // Live data flows once both notification enables are through, so no
-    // write of the client's is under way when the device goes.
-    connect();
-    ASSERT_FALSE(live_.wait(1).empty());
-    radio_.latestPeer(kAddress)->close();
-    EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ConnectionLost);
-    connect();
-    zelmor_->disconnect();
-    EXPECT_EQ(std::get<0>(disconnected_.get()), Reason::ClosedLocally);
+    struct Case {
+        char const* name;
+        sim::BlePeerOptions options;
+        uint64_t address;
+        std::function<void()> end;
+        Reason reason;
+    } const cases[] = {
+        {"a device service with a third characteristic",
+         {.extraCharacteristic = true},
+         kAddress,
+         nullptr,
+         Reason::ClosedLocally},
+        {"nobody at the address", {}, 0xC25A4C0000FF, nullptr, Reason::ConnectFailed},
+        // Live data flows once both notification enables are through, so no
+        // write of the client's is under way when the device goes.
+        {"the device goes",
+         {},
+         kAddress,
+         [this] {
+             ASSERT_FALSE(live_.wait(1).empty());
+             radio_.latestPeer(kAddress)->close();
+         },
+         Reason::ConnectionLost},
+        {"disconnect()", {}, kAddress, [this] { zelmor_->disconnect(); }, Reason::ClosedLocally},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.name);
+        offer(c.options);
+        connect(c.address, c.end != nullptr);
+        if (c.end) c.end();
+        EXPECT_EQ(std::get<0>(disconnected_.get()), c.reason);
+    }
 }
 
+// 600 bytes at the MTU of 247 the device offers; nothing while still connecting.
 TEST_F(BleLink, FramesAreWrittenInPiecesOfTheMtuLessThree) {
-    start(bleConfig(0x23));
     radio_.host().holdConnections(true);
     connect(kAddress, false);
-    ASSERT_TRUE(waitUntil([&] { return radio_.host().connectionHeld(); }));
+    ASSERT_TRUE(eventually([&] { return radio_.host().connectionHeld(); }));
     std::vector<uint8_t> const frame(600, 0x55);
-    zelmor_->sendData(frame.data(), frame.size());  // still connecting: nothing goes out
+    zelmor_->sendData(frame.data(), frame.size());
+    EXPECT_THROW(zelmor_->getRssi(), BluetoothLE::Exception);
     radio_.host().holdConnections(false);
     connected_.get();
     ASSERT_FALSE(live_.wait(1).empty());
     std::shared_ptr<sim::BleDevicePeer> const peer = radio_.latestPeer(kAddress);
-    ASSERT_EQ(peer->mtu(), 247);
     EXPECT_TRUE(peer->commandWriteSizes().empty());
-
     zelmor_->sendData(frame.data(), frame.size());
-    ASSERT_TRUE(waitUntil([&] { return peer->commandWriteSizes().size() >= 3; }));
+    ASSERT_TRUE(eventually([&] { return peer->commandWriteSizes().size() >= 3; }));
     EXPECT_EQ(peer->commandWriteSizes(), (std::vector<size_t>{244, 244, 112}));
 }
 
 TEST_F(BleLink, NoAdapterNoLink) {
-    start(bleConfig(0x23));
     ZelmorImpl other("127.0.0.1", radio_.host());
     radio_.host().setAdapterPresent(false);
     EXPECT_FALSE(other.openBluetooth());
-    EXPECT_THROW(other.getRssi(), BluetoothLE::Exception);
 }
 
 }  // namespace
