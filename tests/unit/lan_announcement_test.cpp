@@ -14,7 +14,7 @@ ZelmorScanner::Advertisement sample(uint8_t revision) {
     ad.hardwareRevision = revision;
     ad.firmwareVersion = 0x0132;
     ad.serial = 0x5A4C0000DEADBEEF;
-    ad.name = "Van house bank";
+    ad.name = revision == 0x10 ? std::string(32, 'N') : "Van house bank";  // 32 bytes: no terminator
     ad.status = 0x4;
     ad.voltage1 = 13.25f;
     ad.voltage2 = revision == 0x10 ? 12.5f : NAN;
@@ -31,7 +31,9 @@ ZelmorScanner::Advertisement sample(uint8_t revision) {
     return ad;
 }
 
-TEST(LanAnnouncementTest, BothFormsRoundTripWithTheSendersAddress) {
+// The address the device holds goes out most significant byte first; the
+// decoder takes the sender's instead.
+TEST(LanAnnouncement, BothFormsRoundTripWithTheSendersAddress) {
     for (uint8_t revision : {uint8_t{0x10}, uint8_t{0x41}}) {
         auto const ad = sample(revision);
         auto const datagram = encodeLanAnnouncement(ad, 0x7F000002);
@@ -50,41 +52,24 @@ TEST(LanAnnouncementTest, BothFormsRoundTripWithTheSendersAddress) {
                             a.runtime, a.rssi);
         };
         EXPECT_EQ(fields(*decoded), fields(ad));
-        if (revision == 0x10)
-            EXPECT_EQ(decoded->voltage2, ad.voltage2);
-        else
-            EXPECT_TRUE(std::isnan(decoded->voltage2));
+        EXPECT_TRUE(revision == 0x10 ? decoded->voltage2 == ad.voltage2 : std::isnan(decoded->voltage2));
     }
 }
 
-TEST(LanAnnouncementTest, DatagramsOfTheWrongFormAreDropped) {
-    auto wifi = encodeLanAnnouncement(sample(0x41), 0);
-    auto lan = encodeLanAnnouncement(sample(0x10), 0);
-
+// Wrong magic, a magic of the other family or a length not exactly its form's.
+TEST(LanAnnouncement, DatagramsOfTheWrongFormAreDropped) {
+    auto const wifi = encodeLanAnnouncement(sample(0x41), 0);
+    auto const lan = encodeLanAnnouncement(sample(0x10), 0);
     auto wifiFromLanDevice = wifi;
     wifiFromLanDevice[10] = 0x12;
-    EXPECT_FALSE(decodeLanAnnouncement(wifiFromLanDevice.data(), wifiFromLanDevice.size(), 0));
-
     auto lanOfWifiLength = lan;
     lanOfWifiLength.resize(kWifiAnnouncementSize);
-    EXPECT_FALSE(decodeLanAnnouncement(lanOfWifiLength.data(), lanOfWifiLength.size(), 0));
-    EXPECT_FALSE(decodeLanAnnouncement(wifi.data(), wifi.size() - 1, 0));
-    EXPECT_FALSE(decodeLanAnnouncement(lan.data(), 0, 0));
-
     auto bluetoothMagic = lan;
     std::copy_n("ZLMRBLE0", 8, bluetoothMagic.begin());
-    EXPECT_FALSE(decodeLanAnnouncement(bluetoothMagic.data(), bluetoothMagic.size(), 0));
-}
-
-TEST(LanAnnouncementTest, NameFillingAllThirtyTwoBytesIsTakenWhole) {
-    auto ad = sample(0x10);
-    ad.name = std::string(32, 'N');
-    auto datagram = encodeLanAnnouncement(ad, 0);
-    EXPECT_EQ(datagram[19 + 31], 'N');
-    EXPECT_NE(datagram[19 + 32], 'N');
-    auto decoded = decodeLanAnnouncement(datagram.data(), datagram.size(), 0);
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->name, std::string(32, 'N'));
+    for (auto const& datagram : {wifiFromLanDevice, lanOfWifiLength, bluetoothMagic})
+        EXPECT_FALSE(decodeLanAnnouncement(datagram.data(), datagram.size(), 0));
+    EXPECT_FALSE(decodeLanAnnouncement(wifi.data(), wifi.size() - 1, 0));
+    EXPECT_FALSE(decodeLanAnnouncement(lan.data(), 0, 0));
 }
 
 }  // namespace
