@@ -29,11 +29,4 @@ extern "C" void zelmorFuzzSeeds(std::vector<std::vector<uint8_t>>& seeds) {
         "n=4142434445464748494A4B4C4D4E4F505152535455565758595A303132333435\n",
     };
     for (auto link : links) seeds.emplace_back(link.begin(), link.end());
-    Zelmor::DeviceIdentifier id;
-    id.name = std::string("\0\xff name", 7);
-    id.serial = 0x0123456789ABCDEF;
-    id.hardwareRevision = 0x10;
-    for (size_t i = 0; i < id.key.size(); ++i) id.key[i] = static_cast<uint8_t>(0xFF - i * 7);
-    std::string const link = makeDeviceLink(id);
-    seeds.emplace_back(link.begin(), link.end());
 }

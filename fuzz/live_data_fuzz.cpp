@@ -37,9 +37,5 @@ extern "C" void zelmorFuzzSeeds(std::vector<std::vector<uint8_t>>& seeds) {
         encoded.insert(encoded.begin(), static_cast<uint8_t>(encoded.size() / 2));
         seeds.push_back(encoded);
     }
-    ZelmorScanner::Advertisement readings;
-    readings.hardwareRevision = 0x23;
-    readings.voltage1 = 13.2f;
-    ManufacturerData const bytes = encodeManufacturerData(readings);
-    seeds.emplace_back(bytes.begin(), bytes.end());
+    seeds.emplace_back(kManufacturerDataSize, 0x23);  // from a 0x23 model
 }

@@ -9,16 +9,10 @@
 
 #include "log_record.h"
 
-namespace {
-
-constexpr uint8_t kRevisions[] = {0x12, 0x23, 0x31, 0x41};
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     // An exactly sized copy, so a read past the end shows in sanitizer builds.
     std::vector<uint8_t> const input(data, data + size);
-    for (uint8_t revision : kRevisions) {
+    for (uint8_t revision : {0x12, 0x23, 0x31, 0x41}) {
         std::vector<LogRecord> records;
         decodeLogRecords(revision, input.data(), input.size(), records);
         std::vector<uint8_t> encoded;

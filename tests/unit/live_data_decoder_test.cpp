@@ -32,21 +32,21 @@ constexpr char kShortFrame[] =
 // The simulator writes both forms byte for byte; the BLE link tests read the
 // device's own frames back through the decoder, field by field.
 TEST(LiveDataFrame, SimulatorWritesBothForms) {
-    sim::MonitorReadings const r{1763800000,           5,  13.25f, 12.5f, -4.5f, -59.625f, 21.5f, -12345, 987654,
-                                 sim::PowerStatus::On, 87, 1439};
+    sim::MonitorReadings r;  // its fields in order, the temperature before the meters
+    r = {1763800000, 5, 13.25f, 12.5f, -4.5f, -59.625f, 21.5f, -12345, 987654, sim::PowerStatus::On, 87, 1439};
     EXPECT_EQ(hex(sim::encodeLiveDataFrame(0x0250, 0x23, r)), kFullFrame);
     EXPECT_EQ(hex(sim::encodeLiveDataFrame(0x0250, 0x31, r)), kShortFrame);
 }
 
+// 51 bytes from a 0x2_ model, 47 from a 0x3_ one, nothing from the network models.
 TEST(LiveDataFrame, LengthMustFitTheRevision) {
     struct Case {
         uint8_t revision;
         size_t length;
         bool accepted;
-    };
-    for (Case const c : {Case{0x20, 51, true}, Case{0x2F, 51, true}, Case{0x30, 47, true}, Case{0x30, 51, false},
-                         Case{0x23, 47, false}, Case{0x41, 51, false}, Case{0x10, 51, false}, Case{0x23, 52, false},
-                         Case{0x23, 2, false}}) {
+    } const cases[] = {{0x20, 51, true},  {0x2F, 51, true},  {0x30, 47, true},  {0x30, 51, false}, {0x23, 47, false},
+                       {0x41, 51, false}, {0x10, 51, false}, {0x23, 52, false}, {0x23, 2, false}};
+    for (Case const& c : cases) {
         Bytes frame(c.length, 0);
         if (c.length > 2) frame[2] = c.revision;
         EXPECT_EQ(decodeLiveDataFrame(frame.data(), frame.size()).has_value(), c.accepted)
@@ -54,27 +54,21 @@ TEST(LiveDataFrame, LengthMustFitTheRevision) {
     }
 }
 
-// A frame that does not fit its revision abandons the rest of its
-// notification, but not the next notification; a frame too short to name a
-// revision is only skipped. Each notification ends in a good frame.
-TEST(LiveDataDecoder, ShortFramesAreSkippedButAMisfitAbandonsTheNotification) {
-    Bytes const good = fromHex(kShortFrame);
-    Bytes misfit = good;
-    misfit.resize(LiveDataDecoder::kFullFrameSize);
-    LiveDataDecoder decoder;
-    for (auto const& [first, records] : {std::pair{misfit, 0}, {Bytes{0x01, 0x02}, 1}}) {
-        Bytes notification;
-        cobsEncode(first.data(), first.size(), notification);
-        cobsEncode(good.data(), good.size(), notification);
-        int decoded = 0;
-        decoder.feed(notification.data(), notification.size(), [&](Zelmor::MonitorData&) { ++decoded; });
-        EXPECT_EQ(decoded, records) << first.size();
-    }
+// A frame too short to name a revision is skipped: the good frame behind it
+// is decoded. (A frame that does not fit its revision abandons the rest of its
+// notification; the BLE link tests show that.)
+TEST(LiveDataDecoder, FramesTooShortToNameARevisionAreSkipped) {
+    Bytes const tiny = {0x01, 0x02}, good = fromHex(kShortFrame);
+    Bytes notification;
+    cobsEncode(tiny.data(), tiny.size(), notification);
+    cobsEncode(good.data(), good.size(), notification);
+    int decoded = 0;
+    LiveDataDecoder().feed(notification.data(), notification.size(), [&](Zelmor::MonitorData&) { ++decoded; });
+    EXPECT_EQ(decoded, 1);
 }
 
 TEST(BluetoothAddress, TextFormRoundTripsWithTheFirstFieldMostSignificant) {
     EXPECT_EQ(parseBluetoothAddress("C2:5A:4C:00:00:01"), 0xC25A4C000001u);
-    EXPECT_EQ(parseBluetoothAddress("c2:5a:4c:00:00:01"), 0xC25A4C000001u);
     EXPECT_EQ(formatBluetoothAddress(0xC25A4C000001), "C2:5A:4C:00:00:01");
     for (char const* bad : {"", "C2:5A:4C:00:00", "C2:5A:4C:00:00:01:02", "C2-5A-4C-00-00-01", "C2:5A:4C:00:00:0G",
                             "C2:5A:4C:00:00:+1", "C25A4C000001"})
