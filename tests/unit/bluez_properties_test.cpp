@@ -1,6 +1,5 @@
-// Reading BlueZ's device property dictionaries and choosing its adapter, from
-// messages built in memory. The bus tests take InterfacesAdded, PropertiesChanged
-// and the object list through a fake BlueZ.
+// BlueZ's device property dictionaries, from messages built in memory, and the
+// choice of adapter; the bus tests read BlueZ's signals through a fake BlueZ.
 #include "bluez_properties.h"
 
 #include <fmt/format.h>

@@ -54,9 +54,8 @@ TEST(LiveDataFrame, LengthMustFitTheRevision) {
     }
 }
 
-// A frame too short to name a revision is skipped: the good frame behind it
-// is decoded. (A frame that does not fit its revision abandons the rest of its
-// notification; the BLE link tests show that.)
+// A frame too short to name a revision is skipped, where one that does not fit
+// its revision abandons the notification (the BLE link tests show that).
 TEST(LiveDataDecoder, FramesTooShortToNameARevisionAreSkipped) {
     Bytes const tiny = {0x01, 0x02}, good = fromHex(kShortFrame);
     Bytes notification;
@@ -70,7 +69,7 @@ TEST(LiveDataDecoder, FramesTooShortToNameARevisionAreSkipped) {
 TEST(BluetoothAddress, TextFormRoundTripsWithTheFirstFieldMostSignificant) {
     EXPECT_EQ(parseBluetoothAddress("C2:5A:4C:00:00:01"), 0xC25A4C000001u);
     EXPECT_EQ(formatBluetoothAddress(0xC25A4C000001), "C2:5A:4C:00:00:01");
-    for (char const* bad : {"", "C2:5A:4C:00:00", "C2:5A:4C:00:00:01:02", "C2-5A-4C-00-00-01", "C2:5A:4C:00:00:0G",
+    for (char const* bad : {"", "C2:5A:4C:00:00", "C2:5A:4C:00:00:01:02", "C2-5A:4C:00:00:01", "C2:5A:4C:00:00:0G",
                             "C2:5A:4C:00:00:+1", "C25A4C000001"})
         EXPECT_FALSE(parseBluetoothAddress(bad)) << bad;
 }

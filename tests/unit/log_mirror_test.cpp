@@ -53,12 +53,12 @@ struct RunResult {
     std::vector<std::pair<uint64_t, uint64_t>> progress;
 };
 
-enum class Fault { RefuseRead, LoseFrame };
+enum class Fault { RefuseRead, LoseFrame, Empty };
 constexpr Code kRefusal = Code::LockedByUserPassword;
 
 /// A device log served by the request engine's scripted transport. The list
 /// can be refused, and the read of a file at an offset can fail as `faults`
-/// says: refused, or short of a frame. The test reads `reads` once a run is done.
+/// says: refused, short of a frame, or empty. The test reads `reads` once a run is done.
 struct ScriptedLog {
     Files files;
     std::map<std::pair<uint32_t, uint32_t>, Fault> faults;
@@ -83,10 +83,11 @@ struct ScriptedLog {
             device.answer(static_cast<uint16_t>(kRefusal), sent.sequence);
             return;
         }
-        // A block short of a frame is what the engine hands on when a continuation frame was lost.
+        // A block short of a frame is what the engine hands on when a continuation
+        // frame was lost; an empty one, what a device answers for a file that shrank.
         Bytes const& content = files.at(id);
         size_t const end = std::min<size_t>(content.size(), size_t{offset} + length);
-        size_t const lost = fault != faults.end() ? 1024 : 0;
+        size_t const lost = fault == faults.end() ? 0 : fault->second == Fault::Empty ? end - offset : 1024;
         device.answer(
             0, sent.sequence,
             Bytes(content.begin() + static_cast<long>(offset), content.begin() + static_cast<long>(end - lost)));
@@ -99,42 +100,44 @@ RunResult mirror(ScriptedLog& log, std::filesystem::path const& root, uint8_t re
     CallbackResult<LogMirror::Outcome> result;
     LogMirror(device, root, kSerial, revision)
         .start([progress](uint64_t done, uint64_t total) { progress->emplace_back(done, total); }, result.callback());
-    auto [outcome] = result.get();
-    return {outcome, *progress};
+    return {std::get<0>(result.get()), *progress};
 }
 
 }  // namespace
 
 // A file for each case: 1 is empty, 2 copied already, 3 longer here than on
 // the device (never truncated), 0x2a copied in part; in the first run 7 has its
-// second block refused and 8 its first short of a frame, which leaves them
-// partial. The local length is where the second run resumes to complete them.
+// second block refused, 8 its first short of a frame and 9 its first empty,
+// which leaves them partial. The second run resumes at each copy's length.
 TEST(LogMirror, CopiesOnlyWhatIsMissingAndResumesWhereACopyEnds) {
-    Bytes const copied = pattern(5000, 1), longer = pattern(50, 9), growing = pattern(9000, 2);
-    Files const device = {
-        {1, {}}, {2, copied}, {3, pattern(20, 3)}, {7, pattern(10000, 4)}, {8, pattern(9000, 5)}, {0x2a, growing}};
+    Files device;
+    for (auto [id, size] :
+         {std::pair<uint32_t, size_t>{1, 0}, {2, 5000}, {3, 20}, {7, 10000}, {8, 9000}, {9, 3000}, {0x2a, 9000}})
+        device[id] = pattern(size, static_cast<uint8_t>(id));
+    Bytes const longer = pattern(50, 0xEE), growing = device.at(0x2a);
     TempDirectory root;
     std::filesystem::path const dir = root.path / "a1b2c3d4e5f607";
-    writeFile(dir / logFileName(2), copied);
+    writeFile(dir / logFileName(2), device.at(2));
     writeFile(dir / logFileName(3), longer);
     writeFile(dir / logFileName(0x2a), Bytes(growing.begin(), growing.begin() + 1000));
-    ScriptedLog log{device, {{{7, 4096}, Fault::RefuseRead}, {{8, 0}, Fault::LoseFrame}}};
+    ScriptedLog log{device, {{{7, 4096}, Fault::RefuseRead}, {{8, 0}, Fault::LoseFrame}, {{9, 0}, Fault::Empty}}};
 
     RunResult const first = mirror(log, root.path, 0x23);
     EXPECT_EQ(first.outcome.filesComplete, 4u);
-    EXPECT_EQ(first.outcome.filesIncomplete, 2u);
+    EXPECT_EQ(first.outcome.filesIncomplete, 3u);
     EXPECT_EQ(first.outcome.firstFailure, kRefusal);
     EXPECT_EQ(log.reads,
-              (std::vector<Read>{{7, 0, 4096}, {7, 4096, 4096}, {8, 0, 4096}, {0x2a, 1000, 4096}, {0x2a, 5096, 4096}}));
+              (std::vector<Read>{
+                  {7, 0, 4096}, {7, 4096, 4096}, {8, 0, 4096}, {9, 0, 4096}, {0x2a, 1000, 4096}, {0x2a, 5096, 4096}}));
     EXPECT_EQ(readFile(dir / logFileName(7)), Bytes(device.at(7).begin(), device.at(7).begin() + 4096));
-    EXPECT_TRUE(readFile(dir / logFileName(8)).empty());
+    for (uint32_t id : {8, 9}) EXPECT_TRUE(readFile(dir / logFileName(id)).empty()) << id;
 
     log.faults.clear();
     RunResult const second = mirror(log, root.path, 0x23);
     EXPECT_TRUE(second.outcome.complete());
-    EXPECT_EQ(second.outcome.bytesFetched, 5904u + 9000u);
-    EXPECT_EQ(second.progress.front(), std::make_pair(uint64_t{0}, uint64_t{14904}));
-    EXPECT_EQ(second.progress.back(), std::make_pair(uint64_t{14904}, uint64_t{14904}));
+    EXPECT_EQ(second.outcome.bytesFetched, 5904u + 9000u + 3000u);
+    EXPECT_EQ(second.progress.front(), std::make_pair(uint64_t{0}, uint64_t{17904}));
+    EXPECT_EQ(second.progress.back(), std::make_pair(uint64_t{17904}, uint64_t{17904}));
     for (auto const& [id, content] : device) {
         EXPECT_EQ(readFile(dir / logFileName(id)), id == 3 ? longer : content) << id;
     }
