@@ -24,18 +24,9 @@ extern "C" void zelmorFuzzSeeds(std::vector<std::vector<uint8_t>>& seeds) {
     std::string_view const links[] = {
         "https://zelmor.link?n=426f6174&s=0000000000001a2b&h=41&c=----_-ABEDJUdpi63P4-Pw==&"
         "k=4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8=",
-        "https://zelmor.link/?n=&s=0000000000000000&h=00&c=AAAAAAAAAAAAAAAAAAAAAA==&"
-        "k=AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA=",
         " HTTPS://relay.example.org:8443/?k=4OHi4+Tl5ufo6err7O3u7/Dx8vP09fb3+Pn6+/z9/v8&"
         "c=%2B%2B%2B%2B%2F%2BABEDJUdpi63P4%2BPw%3D%3D&h=23&s=FEDCBA9876543210&"
         "n=4142434445464748494A4B4C4D4E4F505152535455565758595A303132333435\n",
     };
     for (auto link : links) seeds.emplace_back(link.begin(), link.end());
-    Zelmor::DeviceIdentifier id;
-    id.name = std::string("\0\xff name", 7);
-    id.serial = 0x0123456789ABCDEF;
-    id.hardwareRevision = 0x10;
-    for (size_t i = 0; i < id.key.size(); ++i) id.key[i] = static_cast<uint8_t>(0xFF - i * 7);
-    std::string const link = makeDeviceLink(id);
-    seeds.emplace_back(link.begin(), link.end());
 }

@@ -17,9 +17,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     size_t const cut = size > 0 ? data[0] % (size + 1) : 0;
     auto check = [](Zelmor::MonitorData& record) {
         uint8_t const family = modelFamily(record.hardwareRevision);
-        if (family != 0x20 && family != 0x30) std::abort();
         // The short form has no second voltage; the full form may carry any bits.
-        if (family == 0x30 && !std::isnan(record.voltage2)) std::abort();
+        if ((family != 0x20 && family != 0x30) || (family == 0x30 && !std::isnan(record.voltage2))) std::abort();
     };
     decoder.feed(data, cut, check);
     decoder.feed(data + cut, size - cut, check);
@@ -38,9 +37,5 @@ extern "C" void zelmorFuzzSeeds(std::vector<std::vector<uint8_t>>& seeds) {
         encoded.insert(encoded.begin(), static_cast<uint8_t>(encoded.size() / 2));
         seeds.push_back(encoded);
     }
-    ZelmorScanner::Advertisement readings;
-    readings.hardwareRevision = 0x23;
-    readings.voltage1 = 13.2f;
-    ManufacturerData const bytes = encodeManufacturerData(readings);
-    seeds.emplace_back(bytes.begin(), bytes.end());
+    seeds.emplace_back(kManufacturerDataSize, 0x23);  // from a 0x23 model
 }
