@@ -1,7 +1,6 @@
-// Runs the GUI tests inside a wxWidgets application on the display in
-// DISPLAY (Xvfb in CI). Listing the tests needs no display, so that CTest can
-// discover them anywhere. HOME is a fresh directory for the run: the windows
-// keep their data under it.
+// Runs the GUI tests in a wxWidgets application on the display in DISPLAY
+// (Xvfb in CI); listing them needs none, so that CTest discovers them anywhere.
+// HOME is a fresh directory for the run: the windows keep their data under it.
 #include <gtest/gtest.h>
 #include <stdlib.h>
 

@@ -1,13 +1,11 @@
-// A user at the program's windows, for the GUI tests: waiting for what the
-// event loop brings, the main window over a store of its own, typing into and
-// answering the modal dialogs, and screenshots of what is on display.
+// A user at the program's windows for the GUI tests: waiting on the event loop,
+// the main window, the modal dialogs, and screenshots of what is on display.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <wx/app.h>
-#include <wx/bitmap.h>
 #include <wx/dcclient.h>
 #include <wx/dcmemory.h>
 #include <wx/image.h>

@@ -19,18 +19,9 @@ namespace {
 using Identifier = Zelmor::DeviceIdentifier;
 namespace fs = std::filesystem;
 
-Identifier device(char const* name, uint64_t serial) {
-    Identifier id;
-    id.name = name;
-    id.serial = serial;
-    id.hardwareRevision = 0x41;
-    id.key.fill(static_cast<uint8_t>(serial));
-    return id;
-}
-
-Identifier const kBoat = device("Boat", 0x1A2B);
-Identifier const kVan = device("Van", 0x00A1B2C3D4E5F607);
-Identifier const kCabin = device("Cabin", 0xAB);
+Identifier const kBoat{.name = "Boat", .serial = 0x1A2B, .hardwareRevision = 0x41};
+Identifier const kVan{.name = "Van", .serial = 0x00A1B2C3D4E5F607, .hardwareRevision = 0x10};
+Identifier const kCabin{.name = "Cabin", .serial = 0xAB, .hardwareRevision = 0x41, .key = {7, 7, 7}};
 
 std::string readText(fs::path const& path) {
     std::ifstream in(path, std::ios::binary);
@@ -124,13 +115,10 @@ TEST_F(LocalStoreTest, FailedReplaceLeavesNoTemporaryFile) {
 
 TEST_F(LocalStoreTest, DeviceLogFolderIsNamedByTheSerialInHex) {
     LocalStore store(dataDir);
-    EXPECT_TRUE(store.deviceLogDir().empty());
     store.setCurrentDevice(0x00A1B2C3D4E5F607);
     EXPECT_TRUE(fs::is_directory(dataDir / "a1b2c3d4e5f607"));
     EXPECT_EQ(store.logFilePath(0x1F), dataDir / "a1b2c3d4e5f607" / "r0000001f.log");
     EXPECT_EQ(store.logFilePath(0xDEADBEEF), dataDir / "a1b2c3d4e5f607" / "rdeadbeef.log");
-    store.clearCurrentDevice();
-    EXPECT_TRUE(store.deviceLogDir().empty());
 }
 
 }  // namespace
