@@ -1,4 +1,8 @@
+// Runs the GUI tests in a wxWidgets application on the display in DISPLAY
+// (Xvfb in CI); listing them needs none, so that CTest discovers them anywhere.
+// HOME is a fresh directory for the run: the windows keep their data under it.
 #include <gtest/gtest.h>
+#include <stdlib.h>
 
 #include <wx/app.h>
 #include <wx/debug.h>
@@ -9,13 +13,7 @@
 #include <wx/modalhook.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-
-// Runs the GUI tests inside a wxWidgets application on the display in
-// DISPLAY, which CI provides with Xvfb. Listing the tests needs no display,
-// so that CTest can discover them anywhere. HOME is a fresh directory for the
-// run, since the device windows keep their data under it.
 
 namespace {
 
@@ -40,7 +38,6 @@ void failOnAssert(wxString const& file, int line, wxString const& function, wxSt
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
-
     char home[] = "/tmp/zelmor-gui-home-XXXXXX";
     if (!::mkdtemp(home)) {
         std::perror("mkdtemp");
@@ -50,30 +47,19 @@ int main(int argc, char** argv) {
     // Without the accessibility bridge GTK starts no accessibility bus, which
     // would outlive the test and be looked for under the next test's HOME.
     ::setenv("NO_AT_BRIDGE", "1", 1);
-    struct RemoveHome {
-        char const* path;
-        ~RemoveHome() { std::filesystem::remove_all(path); }
-    } const removeHome{home};
-
     wxApp::SetInstance(new wxApp);
-    if (!wxEntryStart(argc, argv)) {
+    if (!wxEntryStart(argc, argv) || !wxTheApp->CallOnInit()) {
         std::fprintf(stderr, "The GUI tests need an X display; run them under Xvfb, e.g. xvfb-run -a %s\n", argv[0]);
-        return 1;
-    }
-    if (!wxTheApp->CallOnInit()) {
-        std::fprintf(stderr, "The wxWidgets application did not start\n");
-        wxEntryCleanup();
         return 1;
     }
     wxImage::AddHandler(new wxPNGHandler);
     wxSetAssertHandler(failOnAssert);
     UnexpectedDialogHook unexpectedDialogs;
     unexpectedDialogs.Register();
-
     int const result = RUN_ALL_TESTS();
-
     unexpectedDialogs.Unregister();
     wxTheApp->OnExit();
     wxEntryCleanup();
+    std::filesystem::remove_all(home);
     return result;
 }

@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -20,48 +19,14 @@ namespace {
 using Identifier = Zelmor::DeviceIdentifier;
 namespace fs = std::filesystem;
 
-constexpr char const* kFile = "cloud_devices.cfg";
-constexpr uid_t kNobody = 65534;
-
-/// A fresh folder under the test's temporary directory, removed afterwards.
-class TempDirectory {
-public:
-    TempDirectory() {
-        std::random_device random;
-        path_ = fs::path(testing::TempDir()) / ("local_store_" + std::to_string(random()));
-        fs::create_directories(path_);
-    }
-    ~TempDirectory() {
-        std::error_code ignored;
-        fs::permissions(path_ / "zlmr", fs::perms::owner_all, ignored);
-        fs::remove_all(path_, ignored);
-    }
-    fs::path const& path() const { return path_; }
-
-private:
-    fs::path path_;
-};
-
-Identifier device(char const* name, uint64_t serial, uint8_t revision, uint8_t keySeed) {
-    Identifier id;
-    id.name = name;
-    id.serial = serial;
-    id.hardwareRevision = revision;
-    for (size_t i = 0; i < id.channelId.size(); ++i) id.channelId[i] = static_cast<uint8_t>(keySeed + i);
-    for (size_t i = 0; i < id.key.size(); ++i) id.key[i] = static_cast<uint8_t>(keySeed * 3 + i);
-    return id;
-}
-
-Identifier const kBoat = device("Boat", 0x1A2B, 0x41, 1);
-Identifier const kVan = device("Van", 0x00A1B2C3D4E5F607, 0x10, 2);
-Identifier const kCabin = device("Cabin", 0xAB, 0x42, 3);
+Identifier const kBoat{.name = "Boat", .serial = 0x1A2B, .hardwareRevision = 0x41};
+Identifier const kVan{.name = "Van", .serial = 0x00A1B2C3D4E5F607, .hardwareRevision = 0x10};
+Identifier const kCabin{.name = "Cabin", .serial = 0xAB, .hardwareRevision = 0x41, .key = {7, 7, 7}};
 
 std::string readText(fs::path const& path) {
     std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
-
-void writeText(fs::path const& path, std::string const& text) { std::ofstream(path, std::ios::binary) << text; }
 
 std::string linesOf(std::vector<Identifier> const& ids) {
     std::string text;
@@ -69,43 +34,25 @@ std::string linesOf(std::vector<Identifier> const& ids) {
     return text;
 }
 
-fs::perms modeOf(fs::path const& path) { return fs::status(path).permissions() & fs::perms::mask; }
+/// A data directory that does not exist yet, in a fresh folder of its own.
+struct LocalStoreTest : testing::Test {
+    std::string root = testing::TempDir() + "local_store_XXXXXX";
+    fs::path const dataDir = fs::path(::mkdtemp(root.data())) / "zlmr";
+    fs::path const file = dataDir / "cloud_devices.cfg";
 
-/// Names in `dir` other than `kept`: what a failed save must not leave behind.
-std::vector<std::string> strayFiles(fs::path const& dir, std::string const& kept) {
-    std::vector<std::string> names;
-    for (auto const& entry : fs::directory_iterator(dir))
-        if (entry.path().filename() != kept) names.push_back(entry.path().filename().string());
-    return names;
-}
-
-class LocalStoreTest : public testing::Test {
-protected:
-    fs::path dataDir() const { return temp_.path() / "zlmr"; }
-    fs::path file() const { return dataDir() / kFile; }
-    // The data directory with this text in its cloud_devices.cfg.
-    fs::path withFile(std::string const& text) const {
-        fs::create_directory(dataDir());
-        writeText(file(), text);
-        return dataDir();
+    ~LocalStoreTest() override {
+        fs::permissions(dataDir, fs::perms::owner_all);
+        fs::remove_all(root);
     }
-
-private:
-    TempDirectory temp_;
+    // The data directory with this text in its cloud_devices.cfg.
+    fs::path const& withFile(std::string const& text) const {
+        fs::create_directory(dataDir);
+        std::ofstream(file, std::ios::binary) << text;
+        return dataDir;
+    }
+    // Only the file itself: a failed save leaves no temporary file behind.
+    bool nothingButTheFile() const { return std::distance(fs::directory_iterator(dataDir), {}) == 1; }
 };
-
-TEST_F(LocalStoreTest, CreatesItsDataDirectoryButNotItsParents) {
-    LocalStore store(dataDir());
-    EXPECT_TRUE(fs::is_directory(dataDir()));
-    EXPECT_TRUE(store.remoteDevices().empty());
-    EXPECT_FALSE(fs::exists(file()));
-    EXPECT_EQ(store.dataDir(), dataDir());
-
-    LocalStore orphan(dataDir() / "missing" / "zlmr");
-    EXPECT_FALSE(fs::exists(dataDir() / "missing"));
-    EXPECT_TRUE(orphan.remoteDevices().empty());
-    EXPECT_FALSE(orphan.saveRemoteDevices());
-}
 
 TEST_F(LocalStoreTest, LoadsValidLinksInFileOrderKeepingDuplicates) {
     std::string const text = makeDeviceLink(kBoat) + "\n\nnot a link\n" + makeDeviceLink(kVan) + "\r\n   \n" +
@@ -114,122 +61,64 @@ TEST_F(LocalStoreTest, LoadsValidLinksInFileOrderKeepingDuplicates) {
     EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kBoat, kVan, kBoat, kCabin}));
 }
 
-TEST_F(LocalStoreTest, EmptyOrInvalidFileGivesNoDevicesAndIsWrittenEmpty) {
-    for (std::string const text : {"", "\n\n", "garbage\nhttps://zelmor.link?s=1\n"}) {
-        LocalStore store(withFile(text));
-        EXPECT_TRUE(store.remoteDevices().empty()) << text;
-        EXPECT_EQ(readText(file()), text);
-        EXPECT_TRUE(store.saveRemoteDevices());
-        EXPECT_EQ(readText(file()), "") << text;
-    }
-}
-
-TEST_F(LocalStoreTest, AddingAppendsANewDeviceAndWritesOneLinkPerLine) {
-    LocalStore store(dataDir());
-    EXPECT_TRUE(store.addRemoteDevice(kBoat));
-    EXPECT_TRUE(store.addRemoteDevice(kVan));
-    EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kBoat, kVan}));
-    EXPECT_EQ(readText(file()), makeDeviceLink(kBoat) + "\n" + makeDeviceLink(kVan) + "\n");
-    EXPECT_EQ(LocalStore(dataDir()).remoteDevices(), store.remoteDevices());
-}
-
-TEST_F(LocalStoreTest, AddingAKnownDeviceReplacesOnlyItsFirstEntry) {
+TEST_F(LocalStoreTest, EveryChangeRewritesTheFilePrivatelyThenTellsTheObserver) {
     LocalStore store(withFile(linesOf({kVan, kBoat, kCabin, kBoat})));
-    EXPECT_TRUE(store.addRemoteDevice(kBoat));
-    EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kVan, kBoat, kCabin, kBoat}));
-    EXPECT_EQ(readText(file()), linesOf({kVan, kBoat, kCabin, kBoat}));
+    fs::permissions(file, fs::perms::all);
+    std::vector<std::string> seen;
+    store.setRemoteDevicesObserver([&] { seen.push_back(readText(file)); });
+    store.loadRemoteDevices();
+    EXPECT_TRUE(store.saveRemoteDevices());
+    EXPECT_FALSE(store.removeRemoteDevice(4));
+    EXPECT_TRUE(seen.empty());
 
-    // Equal means equal in every field: a new name makes a new entry.
+    // A known device replaces only its first entry; equal means equal in
+    // every field, so a new name makes a new entry.
+    EXPECT_TRUE(store.addRemoteDevice(kBoat));
     Identifier renamed = kBoat;
     renamed.name = "Sailboat";
     EXPECT_TRUE(store.addRemoteDevice(renamed));
-    EXPECT_EQ(store.remoteDevices().back(), renamed);
-    EXPECT_EQ(store.remoteDevices().size(), 5u);
-}
-
-TEST_F(LocalStoreTest, RemovingErasesTheEntryAtTheIndex) {
-    LocalStore store(withFile(linesOf({kBoat, kVan, kBoat})));
     EXPECT_TRUE(store.removeRemoteDevice(2));
-    EXPECT_EQ(store.remoteDevices(), (std::vector<Identifier>{kBoat, kVan}));
-    EXPECT_EQ(readText(file()), linesOf({kBoat, kVan}));
-    EXPECT_TRUE(store.removeRemoteDevice(0));
-    EXPECT_TRUE(store.removeRemoteDevice(0));
-    EXPECT_TRUE(store.remoteDevices().empty());
-    EXPECT_EQ(readText(file()), "");
+    EXPECT_EQ(seen, (std::vector<std::string>{linesOf({kVan, kBoat, kCabin, kBoat}),
+                                              linesOf({kVan, kBoat, kCabin, kBoat, renamed}),
+                                              linesOf({kVan, kBoat, kBoat, renamed})}));
+    EXPECT_EQ(LocalStore(dataDir).remoteDevices(), (std::vector<Identifier>{kVan, kBoat, kBoat, renamed}));
+    EXPECT_EQ(fs::status(file).permissions() & fs::perms::mask, fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_TRUE(nothingButTheFile());
 }
 
-TEST_F(LocalStoreTest, ObserverSeesEveryChangeAfterItIsSaved) {
-    LocalStore store(withFile(linesOf({kBoat})));
-    std::vector<std::string> seen;
-    store.setRemoteDevicesObserver([&] { seen.push_back(readText(file())); });
-    store.loadRemoteDevices();
-    EXPECT_TRUE(store.saveRemoteDevices());
-    EXPECT_FALSE(store.removeRemoteDevice(1));
-    EXPECT_TRUE(seen.empty());
-
-    store.addRemoteDevice(kVan);
-    store.addRemoteDevice(kVan);
-    store.removeRemoteDevice(0);
-    EXPECT_EQ(seen, (std::vector<std::string>{linesOf({kBoat, kVan}), linesOf({kBoat, kVan}), linesOf({kVan})}));
-}
-
-TEST_F(LocalStoreTest, SavedFileIsPrivateToTheUser) {
-    LocalStore store(withFile(linesOf({kBoat})));
-    fs::permissions(file(), fs::perms::all);
-    EXPECT_TRUE(store.addRemoteDevice(kVan));
-    EXPECT_EQ(modeOf(file()), fs::perms::owner_read | fs::perms::owner_write);
-    EXPECT_TRUE(strayFiles(dataDir(), kFile).empty());
-
-    mode_t const previous = ::umask(0);
-    bool const saved = store.saveRemoteDevices();
-    ::umask(previous);
-    EXPECT_TRUE(saved);
-    EXPECT_EQ(modeOf(file()), fs::perms::owner_read | fs::perms::owner_write);
-}
-
-TEST_F(LocalStoreTest, UnwritableDirectoryKeepsTheOldFile) {
+TEST_F(LocalStoreTest, SaveIntoAnUnwritableDirectoryKeepsTheOldFile) {
     std::string const old = linesOf({kBoat, kVan});
     LocalStore store(withFile(old));
-    fs::permissions(dataDir(), fs::perms::owner_read | fs::perms::owner_exec | fs::perms::group_read |
-                                   fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec);
+    // Anyone may pass through, nobody may write.
+    fs::permissions(dataDir.parent_path(), fs::perms{0711});
+    fs::permissions(dataDir, fs::perms{0511});
     // Root writes anywhere: the save runs in a child that has given up root.
     EXPECT_EXIT(
         {
-            if (::geteuid() == 0 && (::setgid(kNobody) != 0 || ::setuid(kNobody) != 0)) std::_Exit(2);
+            uid_t const nobody = 65534;
+            if (::geteuid() == 0 && (::setgid(nobody) != 0 || ::setuid(nobody) != 0)) std::_Exit(2);
             std::_Exit(store.addRemoteDevice(kCabin) ? 1 : 0);
         },
         testing::ExitedWithCode(0), "");
-    EXPECT_EQ(readText(file()), old);
-    EXPECT_TRUE(strayFiles(dataDir(), kFile).empty());
+    EXPECT_EQ(readText(file), old);
+    EXPECT_TRUE(nothingButTheFile());
 }
 
 TEST_F(LocalStoreTest, FailedReplaceLeavesNoTemporaryFile) {
-    LocalStore store(dataDir());
-    fs::create_directory(file());
+    LocalStore store(dataDir);
+    fs::create_directory(file);
     EXPECT_FALSE(store.addRemoteDevice(kBoat));
     EXPECT_EQ(store.remoteDevices(), std::vector<Identifier>{kBoat});
-    EXPECT_TRUE(fs::is_directory(file()));
-    EXPECT_TRUE(strayFiles(dataDir(), kFile).empty());
+    EXPECT_TRUE(fs::is_directory(file));
+    EXPECT_TRUE(nothingButTheFile());
 }
 
 TEST_F(LocalStoreTest, DeviceLogFolderIsNamedByTheSerialInHex) {
-    LocalStore store(dataDir());
-    EXPECT_TRUE(store.deviceLogDir().empty());
-
-    store.setCurrentDevice(0xAB);
-    EXPECT_EQ(store.deviceLogDir(), dataDir() / "ab");
-    EXPECT_TRUE(fs::is_directory(dataDir() / "ab"));
-    EXPECT_EQ(store.logFilePath(0x1F), dataDir() / "ab" / "r0000001f.log");
-    EXPECT_EQ(store.logFilePath(0xDEADBEEF), dataDir() / "ab" / "rdeadbeef.log");
-
+    LocalStore store(dataDir);
     store.setCurrentDevice(0x00A1B2C3D4E5F607);
-    EXPECT_EQ(store.deviceLogDir(), dataDir() / "a1b2c3d4e5f607");
-    EXPECT_TRUE(fs::is_directory(store.deviceLogDir()));
-    store.setCurrentDevice(0xAB);
-    EXPECT_EQ(store.deviceLogDir(), dataDir() / "ab");
-
-    store.clearCurrentDevice();
-    EXPECT_TRUE(store.deviceLogDir().empty());
+    EXPECT_TRUE(fs::is_directory(dataDir / "a1b2c3d4e5f607"));
+    EXPECT_EQ(store.logFilePath(0x1F), dataDir / "a1b2c3d4e5f607" / "r0000001f.log");
+    EXPECT_EQ(store.logFilePath(0xDEADBEEF), dataDir / "a1b2c3d4e5f607" / "rdeadbeef.log");
 }
 
 }  // namespace
