@@ -5,6 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -13,7 +17,8 @@
 #include "child_process.h"
 
 /// zelmor-sim started with --porcelain: the devices it serves, as its output
-/// describes them. Stopped with SIGTERM when the fleet goes away.
+/// describes them. Stopped with SIGTERM, which it must answer by exiting with
+/// status 0, when the fleet goes away.
 class SimFleet {
 public:
     struct Device {
@@ -22,6 +27,7 @@ public:
         std::string name;
         std::string link;
         int revision = 0;
+        nlohmann::json line;  // everything the simulator printed about it
     };
 
     explicit SimFleet(std::vector<std::string> arguments) {
@@ -35,7 +41,7 @@ public:
             if (*line == "ready") return;
             auto const json = nlohmann::json::parse(*line);
             devices_.push_back(
-                {json["address"], json["serial"], json["name"], json["link"], json["hardware_revision"]});
+                {json["address"], json["serial"], json["name"], json["link"], json["hardware_revision"], json});
         }
         ADD_FAILURE() << "zelmor-sim did not get ready: " << process_->takeErrors();
     }
@@ -48,6 +54,8 @@ public:
     SimFleet& operator=(SimFleet const&) = delete;
 
     Device const& device(size_t index) const { return devices_.at(index); }
+    size_t size() const { return devices_.size(); }
+    ChildProcess& process() { return *process_; }
 
     /// Ends the simulator at once, as a crash or a pulled plug would.
     void kill() {
@@ -81,3 +89,28 @@ inline nlohmann::json jsonResult(ProgramRun const& run) {
     EXPECT_EQ(lines.size(), 1u) << run.out;
     return lines.empty() ? nlohmann::json() : lines.front();
 }
+
+/// A fresh folder under the test's temporary directory, removed afterwards.
+class TempDirectory {
+public:
+    TempDirectory()
+        : path_(std::filesystem::path(testing::TempDir()) / ("zelmor_" + std::to_string(std::random_device()()))) {
+        std::filesystem::create_directories(path_);
+    }
+    ~TempDirectory() { std::filesystem::remove_all(path_); }
+    TempDirectory(TempDirectory const&) = delete;
+    TempDirectory& operator=(TempDirectory const&) = delete;
+
+    std::filesystem::path const& path() const { return path_; }
+    /// A file in the folder, as a command line names it.
+    std::string file(std::string const& name) const { return (path_ / name).string(); }
+    /// Writes `bytes` to the file `name` in the folder and gives its path.
+    std::string write(std::string const& name, std::vector<uint8_t> const& bytes) const {
+        std::ofstream(path_ / name, std::ios::binary)
+            .write(reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        return file(name);
+    }
+
+private:
+    std::filesystem::path path_;
+};
