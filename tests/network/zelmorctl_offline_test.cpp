@@ -23,8 +23,8 @@ std::vector<std::string> words(std::string const& line) {
 TEST(ZelmorctlOffline, EncodesAndDecodesDeviceLinks) {
     std::string const channel = "000102030405060708090a0b0c0d0e0f";
     std::string const key = "e0e1e2e3e4e5e6e7e8e9eaebecedeeeff0f1f2f3f4f5f6f7f8f9fafbfcfdfeff";
-    std::vector<std::string> encode = words("link encode --name Boat --serial 1a2b --rev 0x41 --key " + key);
-    encode.insert(encode.end(), {"--channel", channel});
+    std::vector<std::string> encode{"link",  "encode", "--name", "Boat", "--serial",  "1a2b",
+                                    "--rev", "0x41",   "--key",  key,    "--channel", channel};
     ProgramRun const encoded = zelmorctl(encode);
     ASSERT_EQ(encoded.status, 0) << encoded.err;
     std::string const link = encoded.lines().at(0);
