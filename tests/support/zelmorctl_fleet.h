@@ -5,16 +5,14 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "child_process.h"
+#include "temp_directory.h"
 
 /// zelmor-sim started with --porcelain: the devices it serves, as its output
 /// describes them. Stopped with SIGTERM, which it must answer by exiting with
@@ -89,28 +87,3 @@ inline nlohmann::json jsonResult(ProgramRun const& run) {
     EXPECT_EQ(lines.size(), 1u) << run.out;
     return lines.empty() ? nlohmann::json() : lines.front();
 }
-
-/// A fresh folder under the test's temporary directory, removed afterwards.
-class TempDirectory {
-public:
-    TempDirectory()
-        : path_(std::filesystem::path(testing::TempDir()) / ("zelmor_" + std::to_string(std::random_device()()))) {
-        std::filesystem::create_directories(path_);
-    }
-    ~TempDirectory() { std::filesystem::remove_all(path_); }
-    TempDirectory(TempDirectory const&) = delete;
-    TempDirectory& operator=(TempDirectory const&) = delete;
-
-    std::filesystem::path const& path() const { return path_; }
-    /// A file in the folder, as a command line names it.
-    std::string file(std::string const& name) const { return (path_ / name).string(); }
-    /// Writes `bytes` to the file `name` in the folder and gives its path.
-    std::string write(std::string const& name, std::vector<uint8_t> const& bytes) const {
-        std::ofstream(path_ / name, std::ios::binary)
-            .write(reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-        return file(name);
-    }
-
-private:
-    std::filesystem::path path_;
-};
