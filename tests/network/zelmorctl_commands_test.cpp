@@ -35,7 +35,7 @@ protected:
     }
     Json result(std::vector<std::string> const& arguments) const { return jsonResult(run(arguments)); }
 
-    SimFleet fleet{{"--no-announce", "--device", "V,name=Cabin bank,serial=cab1"}};
+    SimFleet fleet{{"--no-announce", "--device", "V,serial=cab1"}};
     TempDirectory dir;
 };
 
