@@ -10,8 +10,8 @@
 #include "announcer.h"
 #include "auth_key.h"
 #include "byte_io.h"
-#include "cobs.h"
 #include "device_server.h"
+#include "frame_codec.h"
 #include "hub_relay.h"
 #include "loopback_peers.h"
 #include "simulated_device.h"
@@ -49,12 +49,8 @@ struct ServedDevice {
 
 /// A plain request frame as a LAN host puts it on the link.
 std::vector<uint8_t> plainFrame(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload) {
-    std::vector<uint8_t> frame;
-    ByteWriter(frame).write<uint16_t>(code).write<uint16_t>(sequence).write<uint16_t>(
-        static_cast<uint16_t>(payload.size()));
-    frame.insert(frame.end(), payload.begin(), payload.end());
     std::vector<uint8_t> encoded;
-    cobsEncode(frame.data(), frame.size(), encoded);
+    encodeFrame({code, sequence, static_cast<uint16_t>(payload.size())}, payload.data(), nullptr, encoded);
     return encoded;
 }
 
