@@ -5,15 +5,18 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "child_process.h"
+#include "temp_directory.h"
 
 /// zelmor-sim started with --porcelain: the devices it serves, as its output
-/// describes them. Stopped with SIGTERM when the fleet goes away.
+/// describes them. Stopped with SIGTERM, which it must answer by exiting with
+/// status 0, when the fleet goes away.
 class SimFleet {
 public:
     struct Device {
@@ -22,6 +25,7 @@ public:
         std::string name;
         std::string link;
         int revision = 0;
+        nlohmann::json line;  // everything the simulator printed about it
     };
 
     explicit SimFleet(std::vector<std::string> arguments) {
@@ -35,7 +39,7 @@ public:
             if (*line == "ready") return;
             auto const json = nlohmann::json::parse(*line);
             devices_.push_back(
-                {json["address"], json["serial"], json["name"], json["link"], json["hardware_revision"]});
+                {json["address"], json["serial"], json["name"], json["link"], json["hardware_revision"], json});
         }
         ADD_FAILURE() << "zelmor-sim did not get ready: " << process_->takeErrors();
     }
@@ -48,6 +52,8 @@ public:
     SimFleet& operator=(SimFleet const&) = delete;
 
     Device const& device(size_t index) const { return devices_.at(index); }
+    size_t size() const { return devices_.size(); }
+    ChildProcess& process() { return *process_; }
 
     /// Ends the simulator at once, as a crash or a pulled plug would.
     void kill() {

@@ -8,15 +8,14 @@
 #include <vector>
 
 /// A program run by a test as a child process: standard output and standard
-/// error on pipes, standard input from /dev/null. Both pipes are drained
-/// whenever the test waits for anything, so a chatty child never blocks on a
-/// full pipe. Every wait takes a time limit. The destructor kills (SIGKILL)
-/// and reaps a child that is still running.
+/// error go to files in memory, standard input comes from /dev/null. A chatty
+/// child never blocks on output nobody reads, and what it wrote is all there
+/// once it has ended. Every wait takes a time limit. The destructor kills
+/// (SIGKILL) and reaps a child that is still running.
 class ChildProcess {
 public:
-    /// Starts `program` with `arguments` (without the program name).
-    /// `environment` entries "NAME=value" are set on top of this process's
-    /// environment; "NAME" alone removes the variable.
+    /// Starts `program` with `arguments` (without the program name), and the
+    /// variables of `environment` ("NAME=value") set on top of this process's.
     ChildProcess(std::string const& program, std::vector<std::string> const& arguments,
                  std::vector<std::string> const& environment = {});
     ~ChildProcess();
@@ -26,14 +25,11 @@ public:
     /// False when the program could not be started; error() tells why.
     bool started() const { return pid_ > 0; }
     std::string const& error() const { return error_; }
-    pid_t pid() const { return pid_; }
 
     /// The next line of standard output, without its newline; nothing when
-    /// the time is up or the output has ended. A last line without a newline
-    /// is returned once the output ends.
+    /// the time is up or the child has ended without writing more. Once it
+    /// has ended, a last line without a newline counts too.
     std::optional<std::string> readLine(std::chrono::milliseconds timeout);
-    /// The same for standard error.
-    std::optional<std::string> readErrorLine(std::chrono::milliseconds timeout);
 
     /// Sends a signal; false when the child is gone or was never started.
     bool signal(int number);
@@ -43,8 +39,7 @@ public:
     /// arrives meanwhile is kept for readLine and takeOutput.
     std::optional<int> wait(std::chrono::milliseconds timeout);
 
-    /// Everything on standard output not yet taken by readLine. After wait()
-    /// has given a status, the streams are read to their end first.
+    /// Everything on standard output not yet taken by readLine.
     std::string takeOutput();
     /// The same for standard error.
     std::string takeErrors();
@@ -52,21 +47,18 @@ public:
 private:
     struct Stream {
         int fd = -1;
-        std::string buffer;
-        bool ended = false;
+        off_t taken = 0;  // how much of it readLine and the take functions have given
     };
-    using Deadline = std::chrono::steady_clock::time_point;
 
-    /// Reads whatever is ready and reaps the child when it ends, until `done`
-    /// holds or the deadline passes. Returns `done()`.
+    /// Looks at the child every few milliseconds until `done` holds; false
+    /// when the time is up first.
     template <class Predicate>
-    bool pump(Deadline deadline, Predicate done);
-    std::optional<std::string> readLineFrom(Stream& stream, std::chrono::milliseconds timeout);
-    void drainAfterExit();
-    void reap(bool block);
+    bool waitUntil(std::chrono::milliseconds timeout, Predicate done);
+    void reap();
+    static std::string unread(Stream const& stream);
+    static std::string take(Stream& stream);
 
     pid_t pid_ = -1;
-    int pidFd_ = -1;
     std::optional<int> status_;
     Stream out_;
     Stream err_;

@@ -1,0 +1,268 @@
+// The simulator's faces on the network, over real loopback sockets: a device
+// served over TCP on its own address (and how the transport faults show on the
+// wire), the hub relay that serves devices by their channel, and the announcer.
+// The devices of zelmor-sim are reached through all of them in sim_program_test.cpp.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+
+#include "announcer.h"
+#include "auth_key.h"
+#include "byte_io.h"
+#include "device_server.h"
+#include "frame_codec.h"
+#include "hub_relay.h"
+#include "loopback_peers.h"
+#include "simulated_device.h"
+#include "zelmor_scanner_impl.h"
+#include "zelmorctl_fleet.h"
+
+namespace {
+
+using Code = SimLink::Code;
+
+constexpr char const* kAddress = "127.0.0.41";
+
+sim::SimulatedDeviceConfig deviceConfig(uint8_t revision, uint64_t serial, std::string name = {}) {
+    sim::SimulatedDeviceConfig config;
+    config.hardwareRevision = revision;
+    config.serial = serial;
+    config.seed = serial;
+    config.name = std::move(name);
+    config.historyDays = 1;
+    return config;
+}
+
+/// A device served on kAddress, misbehaving as `faults` say.
+struct ServedDevice {
+    explicit ServedDevice(sim::FaultSettings const& faults = {},
+                          sim::SimulatedDeviceConfig const& config = deviceConfig(0x10, 0xA1))
+        : device(config) {
+        device.faults().configure(faults);
+        EXPECT_TRUE(server.start()) << server.error();
+    }
+
+    sim::SimulatedDevice device;
+    sim::DeviceServer server{device, kAddress};
+};
+
+/// A plain request frame as a LAN host puts it on the link.
+std::vector<uint8_t> plainFrame(uint16_t code, uint16_t sequence, std::vector<uint8_t> const& payload) {
+    std::vector<uint8_t> encoded;
+    encodeFrame({code, sequence, static_cast<uint16_t>(payload.size())}, payload.data(), nullptr, encoded);
+    return encoded;
+}
+
+TEST(SimDeviceServer, GivesEveryConnectionASessionOfItsOwn) {
+    sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
+    config.userPassword = "heron";
+    ServedDevice served({}, config);
+    SimLink unlocked;
+    unlocked.connectLan(kAddress);
+    CallbackResult<Code> unlock;
+    unlocked.zelmor.requestUnlock(makeAuthKey("heron"), unlock.callback());
+    ASSERT_EQ(unlock.get(), std::tuple(Code::Success));
+    EXPECT_EQ(std::get<0>(unlocked.monitor()), Code::Success);
+
+    // The first host's unlock is not the second one's.
+    SimLink other;
+    other.connectLan(kAddress);
+    EXPECT_EQ(std::get<0>(other.monitor()), Code::LockedByUserPassword);
+    EXPECT_EQ(std::get<0>(unlocked.monitor()), Code::Success);
+}
+
+TEST(SimDeviceServer, RefusesAnAddressInUseOrOutsideLoopbackWithTheReason) {
+    ServedDevice served;
+    std::string const inUse = std::string("127.0.0.41:7208: ") + std::strerror(EADDRINUSE);
+    for (auto const& [address, reason] : {std::pair{kAddress, inUse}, {"192.168.1.20", "192.168.1.20"}}) {
+        sim::DeviceServer second(served.device, address);
+        EXPECT_FALSE(second.start());
+        EXPECT_NE(second.error().find(reason), std::string::npos) << second.error();
+    }
+}
+
+TEST(SimDeviceServer, ClosesTheConnectionOnceTheSessionHasSentItsLimit) {
+    sim::FaultSettings faults;
+    faults.closeAfterBytes = 50;
+    ServedDevice served(faults);
+    // Exactly the limit arrives, the frame that crosses it cut, then the close.
+    RawSocket host = RawSocket::connected(kAddress, sim::DeviceServer::kDefaultPort);
+    host.send(plainFrame(0x01, 1, {}));
+    EXPECT_EQ(host.read().size(), 50u);
+    EXPECT_TRUE(host.closed());
+
+    // The application's connection sees the device hang up.
+    SimLink link;
+    link.connectLan(kAddress);
+    EXPECT_NE(std::get<0>(link.info()), Code::Success);
+    EXPECT_EQ(link.ended.get(), std::tuple(SimLink::Reason::ConnectionLost));
+}
+
+TEST(SimDeviceServer, PacedAndDelayedLinkStillDeliversAWholeLogFileInOrder) {
+    sim::FaultSettings faults;
+    faults.bytesPerSecond = 512 * 1024;
+    faults.answerDelayMs = 20;
+    faults.delayFraction = 0.5;
+    sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
+    config.logIntervalSeconds = 10;
+    ServedDevice served(faults, config);
+    uint32_t const file = served.device.logFiles().front().id;
+    std::vector<uint8_t> const expected = served.device.logFile(file);
+    ASSERT_GT(expected.size(), 40000u);
+
+    SimLink link;
+    link.connectLan(kAddress);
+    std::vector<uint8_t> fetched;
+    // Small reads, so that many answers of several frames each cross the link.
+    while (fetched.size() < expected.size()) {
+        CallbackResult<Code, std::vector<uint8_t>> read;
+        link.zelmor.requestReadLogFile(file, static_cast<uint32_t>(fetched.size()), 12000,
+                                       [done = read.callback()](Code code, uint8_t const* data, size_t size) {
+                                           done(code, std::vector<uint8_t>(data, data + size));
+                                       });
+        auto const [code, block] = read.get();
+        ASSERT_EQ(code, Code::Success);
+        ASSERT_FALSE(block.empty());
+        fetched.insert(fetched.end(), block.begin(), block.end());
+    }
+    EXPECT_EQ(fetched, expected);
+}
+
+TEST(SimDeviceServer, StalledDeviceKeepsTheConnectionAndAnswersOnceItRecovers) {
+    sim::FaultSettings faults;
+    faults.stalled = true;
+    ServedDevice served(faults);
+    SimLink link;
+    link.connectLan(kAddress);
+    EXPECT_EQ(std::get<0>(link.info()), Code::RequestTimeout);
+    served.device.faults().configure({});
+    EXPECT_EQ(std::get<0>(link.info()), Code::Success);
+    EXPECT_EQ(link.ends, 0);
+}
+
+TEST(SimDeviceServer, StopsWhileAHostLeavesLargeAnswersUnread) {
+    sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
+    config.logIntervalSeconds = 1;
+    ServedDevice served({}, config);
+    // Far more answers than the socket buffers hold: the device's writer ends
+    // up blocked on a host that never reads.
+    RawSocket host = RawSocket::connected(kAddress, sim::DeviceServer::kDefaultPort);
+    std::vector<uint8_t> payload;
+    ByteWriter(payload).write<uint32_t>(served.device.logFiles().front().id).write<uint32_t>(0).write<uint32_t>(131072);
+    for (uint16_t sequence = 1; sequence <= 60; ++sequence) host.send(plainFrame(0x44, sequence, payload));
+    ASSERT_EQ(host.read(1).size(), 1u);
+    served.server.stop();
+    host.read();
+    EXPECT_TRUE(host.closed());
+}
+
+TEST(SimDeviceServer, EveryRequestEndsWithACodeWhenAnswersAreDroppedOrCorrupted) {
+    sim::FaultSettings faults;
+    faults.dropFraction = 0.05;
+    faults.corruptFraction = 0.01;
+    ServedDevice served(faults, deviceConfig(0x10, 11));
+    SimLink link;
+    link.connectLan(kAddress);
+    std::map<Code, int> codes;
+    // A request whose answer never comes throws: a hang fails the test.
+    for (int i = 0; i < 100; ++i) ++codes[std::get<0>(link.monitor())];
+    EXPECT_GT(codes[Code::Success], 80);
+    EXPECT_GT(codes[Code::RequestTimeout], 0);
+
+    served.device.faults().configure({});
+    EXPECT_EQ(std::get<0>(link.info()), Code::Success);
+    EXPECT_EQ(link.ends, 0);
+}
+
+/// A relay on the hub's own address and port, as the application looks for it.
+class SimHubRelay : public testing::Test {
+protected:
+    void SetUp() override {
+        hub.addDevice(wifi);
+        ASSERT_TRUE(hub.start()) << hub.error();
+    }
+
+    /// Whether the relay closes a connection that opens with this hello,
+    /// without a byte in answer.
+    static bool turnedAway(Zelmor::WifiAccessKey const& key, uint8_t version = 0x02) {
+        RawSocket host = RawSocket::connected("127.0.0.1", sim::HubRelay::kDefaultPort);
+        std::vector<uint8_t> hello{version};
+        hello.insert(hello.end(), key.keyId.begin(), key.keyId.end());
+        host.send(hello);
+        return host.read().empty() && host.closed();
+    }
+
+    sim::SimulatedDevice wifi{deviceConfig(0x41, 0xB2)};
+    sim::HubRelay hub;
+};
+
+TEST_F(SimHubRelay, ClosesTheConnectionForAnUnknownChannelOrAnotherFirstByte) {
+    Zelmor::WifiAccessKey unknown = wifi.accessKey();
+    unknown.keyId[5] ^= 0x01;
+    EXPECT_TRUE(turnedAway(unknown));
+    EXPECT_TRUE(turnedAway(wifi.accessKey(), 0x03));
+}
+
+TEST_F(SimHubRelay, FindsADeviceUnderItsRenewedChannelOnly) {
+    Zelmor::WifiAccessKey const old = wifi.accessKey();
+    SimLink renewing;
+    renewing.connectHub(old);
+    CallbackResult<Code> reset;
+    renewing.zelmor.requestResetAccessKeys(reset.callback());
+    ASSERT_EQ(reset.get(), std::tuple(Code::Success));
+    // The link that renewed the keys stays up under the old ones.
+    EXPECT_EQ(std::get<0>(renewing.info()), Code::Success);
+    ASSERT_NE(wifi.accessKey(), old);
+
+    EXPECT_TRUE(turnedAway(old));
+    SimLink fresh;
+    fresh.connectHub(wifi.accessKey());
+    EXPECT_EQ(std::get<1>(fresh.info()).serial, 0xB2u);
+}
+
+TEST(SimAnnouncer, AnnouncesEachNetworkModelFromItsOwnAddressAndNoOther) {
+    sim::SimulatedDevice bluetooth(deviceConfig(0x21, 0xC3));
+    sim::SimulatedDevice lan(deviceConfig(0x10, 0xA1));
+    sim::SimulatedDevice wifi(deviceConfig(0x41, 0xB2, "Hilltop cabin"));
+    sim::Announcer announcer;
+    announcer.addDevice(bluetooth, "127.0.0.44");
+    announcer.addDevice(lan, "127.0.0.42");
+    announcer.addDevice(wifi, "127.0.0.43");
+    ASSERT_TRUE(announcer.start()) << announcer.error();
+
+    // What a user's scan on the announcement port lists, in serial order.
+    ProgramRun const scan = zelmorctl({"--json", "scan", "--seconds", "2"});
+    auto const seen = jsonLines(scan);
+    ASSERT_EQ(seen.size(), 2u) << scan.out << scan.err;
+    EXPECT_EQ(seen[0]["ip"], "127.0.0.42");
+    EXPECT_EQ(seen[0]["hardware_revision"], 0x10);
+    EXPECT_EQ(seen[1]["ip"], "127.0.0.43");
+    EXPECT_EQ(seen[1]["name"], "Hilltop cabin");
+    EXPECT_EQ(seen[1]["rssi"], wifi.readings().rssi);
+    EXPECT_GT(seen[1]["voltage1"].get<double>(), 10.0);
+}
+
+TEST(SimAnnouncer, RefusesToAnnounceToOrFromOutsideLoopback) {
+    sim::SimulatedDevice lan(deviceConfig(0x10, 0xA1));
+    // Each row: where to, where from, and the address the refusal names.
+    for (auto const& [target, from, named] : {std::tuple{"10.0.0.1", "127.0.0.42", "10.0.0.1"},
+                                              {"255.255.255.255", "127.0.0.42", "255.255.255.255"},
+                                              {"localhost", "127.0.0.42", "localhost"},
+                                              {"127.0.0.1", "192.168.0.42", "192.168.0.42"}}) {
+        sim::Announcer announcer(target);
+        announcer.addDevice(lan, from);
+        EXPECT_FALSE(announcer.start()) << target;
+        EXPECT_NE(announcer.error().find(named), std::string::npos) << announcer.error();
+    }
+}
+
+TEST(ZelmorScannerTest, PortInUseIsReportedWithTheSystemsMessage) {
+    ZelmorScannerImpl first;
+    ASSERT_TRUE(first.startWifiScan());
+    ZelmorScannerImpl second;
+    EXPECT_FALSE(second.startWifiScan());
+    EXPECT_EQ(second.lastError(), "Cannot listen on UDP port 7207: Address already in use");
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+#include "child_process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <sstream>
+#include <thread>
+
+extern char** environ;
+
+namespace {
+
+// How often a wait looks again at the child and what it has written.
+constexpr auto kLookInterval = std::chrono::milliseconds(10);
+
+/// This process's environment with the variables of `changes` ("NAME=value")
+/// set.
+std::vector<std::string> mergedEnvironment(std::vector<std::string> const& changes) {
+    std::map<std::string, std::string> byName;
+    for (char** e = environ; *e; ++e) byName[std::string(*e, std::strcspn(*e, "="))] = *e;
+    for (auto const& change : changes) byName[change.substr(0, change.find('='))] = change;
+    std::vector<std::string> result;
+    for (auto const& [name, entry] : byName) result.push_back(entry);
+    return result;
+}
+
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+    std::vector<char*> result;
+    for (auto& s : strings) result.push_back(s.data());
+    result.push_back(nullptr);
+    return result;
+}
+
+}  // namespace
+
+ChildProcess::ChildProcess(std::string const& program, std::vector<std::string> const& arguments,
+                           std::vector<std::string> const& environment) {
+    out_.fd = ::memfd_create("stdout", MFD_CLOEXEC);
+    err_.fd = ::memfd_create("stderr", MFD_CLOEXEC);
+    if (out_.fd < 0 || err_.fd < 0) {
+        error_ = std::strerror(errno);
+        return;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, out_.fd, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err_.fd, STDERR_FILENO);
+    std::vector<std::string> argv{program};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    std::vector<std::string> envp = mergedEnvironment(environment);
+    pid_t pid = -1;
+    int const spawned =
+        ::posix_spawn(&pid, program.c_str(), &actions, nullptr, pointers(argv).data(), pointers(envp).data());
+    posix_spawn_file_actions_destroy(&actions);
+    if (spawned != 0)
+        error_ = program + ": " + std::strerror(spawned);
+    else
+        pid_ = pid;
+}
+
+ChildProcess::~ChildProcess() {
+    if (signal(SIGKILL)) wait(std::chrono::seconds(10));
+    for (int fd : {out_.fd, err_.fd})
+        if (fd >= 0) ::close(fd);
+}
+
+template <class Predicate>
+bool ChildProcess::waitUntil(std::chrono::milliseconds timeout, Predicate done) {
+    auto const deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        reap();
+        if (done()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(kLookInterval);
+    }
+}
+
+void ChildProcess::reap() {
+    int raw = 0;
+    if (pid_ <= 0 || status_ || ::waitpid(pid_, &raw, WNOHANG) != pid_) return;
+    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+}
+
+std::string ChildProcess::unread(Stream const& stream) {
+    std::string text;
+    for (;;) {
+        char buffer[4096];
+        ssize_t const got = ::pread(stream.fd, buffer, sizeof buffer, stream.taken + static_cast<off_t>(text.size()));
+        if (got <= 0) return text;
+        text.append(buffer, static_cast<size_t>(got));
+    }
+}
+
+std::string ChildProcess::take(Stream& stream) {
+    std::string text = unread(stream);
+    stream.taken += static_cast<off_t>(text.size());
+    return text;
+}
+
+std::optional<std::string> ChildProcess::readLine(std::chrono::milliseconds timeout) {
+    std::string text;
+    auto const lineComplete = [&] {
+        text = unread(out_);
+        return text.find('\n') != std::string::npos || status_.has_value();
+    };
+    if (!waitUntil(timeout, lineComplete) || text.empty()) return std::nullopt;
+    size_t const length = std::min(text.find('\n'), text.size());
+    out_.taken += static_cast<off_t>(std::min(length + 1, text.size()));
+    return text.substr(0, length);
+}
+
+bool ChildProcess::signal(int number) {
+    reap();
+    return pid_ > 0 && !status_ && ::kill(pid_, number) == 0;
+}
+
+std::optional<int> ChildProcess::wait(std::chrono::milliseconds timeout) {
+    waitUntil(timeout, [&] { return status_.has_value() || pid_ <= 0; });
+    return status_;
+}
+
+std::string ChildProcess::takeOutput() { return take(out_); }
+
+std::string ChildProcess::takeErrors() { return take(err_); }
+
+std::vector<std::string> ProgramRun::lines() const {
+    std::vector<std::string> result;
+    std::istringstream in(out);
+    for (std::string line; std::getline(in, line);) result.push_back(line);
+    return result;
+}
+
+ProgramRun runProgram(std::string const& program, std::vector<std::string> const& arguments,
+                      std::chrono::milliseconds timeout, std::vector<std::string> const& environment) {
+    ChildProcess child(program, arguments, environment);
+    ProgramRun run;
+    if (!child.started()) {
+        run.err = child.error();
+        return run;
+    }
+    run.status = child.wait(timeout);
+    if (!run.status) {
+        child.signal(SIGKILL);
+        child.wait(std::chrono::seconds(10));
+    }
+    run.out = child.takeOutput();
+    run.err = child.takeErrors();
+    return run;
+}
