@@ -70,30 +70,14 @@ TEST(DeviceLinkTest, GoldenLinksBothWaysWithoutLocalAddresses) {
     result = parseDeviceLink(zero);
     ASSERT_TRUE(result.identifier) << result.error;
     EXPECT_EQ(*result.identifier, Identifier{});
-}
 
-// Any bytes, zeros too, at every name length; a longer name is cut to its first 32 bytes.
-TEST(DeviceLinkTest, RoundTripsAnyIdentifier) {
-    uint64_t state = 0x9E3779B97F4A7C15;
-    auto const next = [&] {
-        state ^= state << 13;
-        state ^= state >> 7;
-        state ^= state << 17;
-        return state;
-    };
-    for (size_t length = 0; length <= kDeviceLinkMaxNameBytes + 8; ++length) {
-        Identifier id;
-        for (size_t i = 0; i < length; ++i) id.name += static_cast<char>(next());
-        if (length > 0) id.name[0] = '\0';
-        id.serial = next();
-        id.hardwareRevision = static_cast<uint8_t>(next());
-        for (auto& b : id.channelId) b = static_cast<uint8_t>(next());
-        for (auto& b : id.key) b = static_cast<uint8_t>(next());
-        auto const result = parseDeviceLink(makeDeviceLink(id));
-        ASSERT_TRUE(result.identifier) << "name length " << length << ": " << result.error;
-        id.name.resize(std::min(length, kDeviceLinkMaxNameBytes));
-        EXPECT_EQ(*result.identifier, id) << "name length " << length;
-    }
+    // A name is any bytes, zeros too; a longer one goes out as its first 32.
+    Identifier named = goldenIdentifier();
+    named.name = std::string(1, '\0') + std::string(39, '\xff');
+    result = parseDeviceLink(makeDeviceLink(named));
+    ASSERT_TRUE(result.identifier) << result.error;
+    named.name.resize(kDeviceLinkMaxNameBytes);
+    EXPECT_EQ(*result.identifier, named);
 }
 
 TEST(DeviceLinkTest, AcceptsLinksAsUsersPasteThem) {
