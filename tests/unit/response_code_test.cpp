@@ -7,31 +7,27 @@
 
 namespace {
 
+// Success, PasswordRejected and Cancelled (0, 6 and 10) have no text, nor has
+// any code the device does not send.
 TEST(ResponseCodeTest, EveryCodeHasItsTextOrNone) {
-    struct Case {
-        uint16_t code;
-        char const* message;
+    char const* const texts[] = {
+        nullptr,
+        "Invalid request.",
+        "Invalid parameter.",
+        "Request failed.",
+        "Feature is locked by user password.",
+        "Feature is locked by master password.",
+        nullptr,
+        nullptr,
+        "Request timeout.",
+        "Invalid device response.",
+        nullptr,
+        nullptr,
     };
-    // 0, 6 and 10 are Success, PasswordRejected and Cancelled: none of them has a text.
-    Case const cases[] = {
-        {0, nullptr},
-        {1, "Invalid request."},
-        {2, "Invalid parameter."},
-        {3, "Request failed."},
-        {4, "Feature is locked by user password."},
-        {5, "Feature is locked by master password."},
-        {6, nullptr},
-        {7, nullptr},
-        {8, "Request timeout."},
-        {9, "Invalid device response."},
-        {10, nullptr},
-        {11, nullptr},
-        {0x100, nullptr},
-        {0xFFFF, nullptr},
-    };
-    for (auto const& c : cases) {
-        EXPECT_STREQ(responseCodeMessage(static_cast<Zelmor::ResponseCode>(c.code)), c.message) << c.code;
-    }
+    for (uint16_t code = 0; code < std::size(texts); ++code)
+        EXPECT_STREQ(responseCodeMessage(static_cast<Zelmor::ResponseCode>(code)), texts[code]) << code;
+    for (uint16_t code : {0x100, 0xFFFF})
+        EXPECT_STREQ(responseCodeMessage(static_cast<Zelmor::ResponseCode>(code)), nullptr) << code;
 }
 
 }  // namespace
