@@ -77,7 +77,10 @@ TEST(FirmwareImageTest, MagicMustMatchTheModelFamily) {
     }
 }
 
-// Each changed file keeps a CRC that matches it, so that the later checks are reached.
+// Each changed file gets a CRC that matches it, so that the later checks are
+// reached. Both versions are decimal digits, a nibble each; a length field
+// whose sum with the header would wrap a 32-bit count is refused like any other
+// that does not match the file.
 TEST(FirmwareImageTest, RejectsBadVersionsAndLengths) {
     struct Case {
         uint16_t version;
@@ -86,22 +89,11 @@ TEST(FirmwareImageTest, RejectsBadVersionsAndLengths) {
         uint32_t lengthField;  // 0: the true one
         bool accepted;
     } const cases[] = {
-        {0x1A00, 0x0000, 0, 0, false},
-        {0x000A, 0x0000, 0, 0, false},
-        {0x00A0, 0x0000, 0, 0, false},
-        {0x0A00, 0x0000, 0, 0, false},
-        {0xA000, 0x0000, 0, 0, false},
-        {0x0100, 0x000F, 0, 0, false},
-        {0x0100, 0xF000, 0, 0, false},
-        {0x0100, 0x0B00, 0, 0, false},
-        {0x9999, 0x9999, 0, 0, true},
-        {0x0001, 0x0000, 0, 0, true},
-        {0x2024, 0x0815, 0, 0, true},
-        {0x0300, 0, 1, 0, false},
-        {0x0300, 0, -1, 0, false},
-        // Lengths whose sum with the header would wrap a 32-bit count.
-        {0x0300, 0, 0, 0xFFFFFFFF, false},
-        {0x0300, 0, 0, 0xFFFFFFEC, false},
+        {0x1A00, 0, 0, 0, false},          {0x000A, 0, 0, 0, false},          {0x00A0, 0, 0, 0, false},
+        {0x0A00, 0, 0, 0, false},          {0xA000, 0, 0, 0, false},          {0x0100, 0x000F, 0, 0, false},
+        {0x0100, 0xF000, 0, 0, false},     {0x0100, 0x0B00, 0, 0, false},     {0x9999, 0x9999, 0, 0, true},
+        {0x0001, 0, 0, 0, true},           {0x2024, 0x0815, 0, 0, true},      {0x0300, 0, 1, 0, false},
+        {0x0300, 0, -1, 0, false},         {0x0300, 0, 0, 0xFFFFFFFF, false}, {0x0300, 0, 0, 0xFFFFFFEC, false},
         {0x0300, 0, 0, 0xFFFFFFF0, false},
     };
     for (auto const& c : cases) {
