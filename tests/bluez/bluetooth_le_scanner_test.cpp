@@ -56,12 +56,13 @@ TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) 
     scanner.setAdvertisementCallback(sightings.callback());
     ASSERT_TRUE(scanner.init()) << scanner.lastError();
     EXPECT_EQ(scanner.adapterPath(), kAdapter);
-    EXPECT_EQ(fake.adapterProperty("Powered"), "true");
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
-    EXPECT_EQ(fake.adapterProperty("Discovering"), "true");
     ASSERT_TRUE(scanner.stop()) << scanner.lastError();
-    EXPECT_EQ(fake.adapterProperty("Discovering"), "false");
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
+    EXPECT_EQ(fake.adapterLog(),
+              (std::vector<std::string>{"Set Powered False", "Set Powered True", "StopDiscovery",
+                                        R"(SetDiscoveryFilter {"Transport": "le", "DuplicateData": True})",
+                                        "StartDiscovery", "StopDiscovery", "StartDiscovery"}));
 
     // Signals arrive in the order sent: once the devices are seen, this was handled.
     fake.setProperty(kAdapter, kAdapterInterface, "Alias", std::string("workshop"));

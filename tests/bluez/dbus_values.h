@@ -83,9 +83,3 @@ inline void appendVariant(DBusMessageIter* to, PropertyValue const& value) {
 inline void appendProperties(DBusMessageIter* to, Properties const& properties) {
     appendDictionary(to, "{sv}", properties, appendVariant);
 }
-
-/// Writes the interfaces of one object (a{sa{sv}}), as InterfacesAdded and
-/// GetManagedObjects carry them.
-inline void appendInterfaces(DBusMessageIter* to, std::vector<std::pair<std::string, Properties>> const& interfaces) {
-    appendDictionary(to, "{sa{sv}}", interfaces, appendProperties);
-}
