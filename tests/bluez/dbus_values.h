@@ -29,8 +29,8 @@ void appendBasic(DBusMessageIter* to, int type, T value) {
     dbus_message_iter_append_basic(to, type, &value);
 }
 
-inline void appendText(DBusMessageIter* to, std::string const& text, int type = DBUS_TYPE_STRING) {
-    appendBasic(to, type, text.c_str());
+inline void appendText(DBusMessageIter* to, std::string const& text) {
+    appendBasic(to, DBUS_TYPE_STRING, text.c_str());
 }
 
 inline void appendKey(DBusMessageIter* to, std::string const& key) { appendText(to, key); }
