@@ -14,16 +14,13 @@ namespace {
 using Advertisement = BluetoothLEScanner::Advertisement;
 
 constexpr char const* kAdapter = FakeBlueZ::kAdapter;
-constexpr char const* kAdapterInterface = FakeBlueZ::kAdapterInterface;
 
 // A refused start releases the scanner: nothing works until the next init().
 // zelmorctl's scan shows the errors of a missing adapter and a refused start.
 TEST(BluetoothLEScanner, ARefusedStartLeavesItUninitialised) {
     FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset();
-    fake.replaceAdapterMethod(
-        "StartDiscovery",
-        "raise dbus.exceptions.DBusException('Operation in progress', name='org.bluez.Error.InProgress')");
+    fake.refuseDiscovery("org.bluez.Error.InProgress", "Operation in progress");
     BluetoothLEScanner scanner;
     ASSERT_TRUE(scanner.init()) << scanner.lastError();
     EXPECT_FALSE(scanner.start());
@@ -47,7 +44,7 @@ std::string describe(Advertisement const& ad) {
 TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) {
     FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset();
-    fake.setProperty(kAdapter, kAdapterInterface, "Powered", false);
+    fake.setProperty(kAdapter, "Powered", false);
     BluetoothLEScanner scanner;
     Reports<Advertisement> sightings;
     scanner.setAdvertisementCallback(sightings.callback());
@@ -62,7 +59,7 @@ TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) 
                                         "StartDiscovery", "StopDiscovery", "StartDiscovery"}));
 
     // Signals arrive in the order sent: once the devices are seen, this was handled.
-    fake.setProperty(kAdapter, kAdapterInterface, "Alias", std::string("workshop"));
+    fake.setProperty(kAdapter, "Alias", std::string("workshop"));
     std::string const shortAddress = fake.addDevice("C2:5A:4C:00:07", "Short");
     std::string const path = fake.addDevice("C2:5A:4C:00:00:07", "Cabin");
     std::vector<std::string> seen;
@@ -86,7 +83,7 @@ TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) 
     };
     for (size_t i = 0; i < std::size(steps); ++i) {
         SCOPED_TRACE(steps[i].property);
-        fake.setProperty(path, FakeBlueZ::kDeviceInterface, steps[i].property, steps[i].value);
+        fake.setProperty(path, steps[i].property, steps[i].value);
         std::vector<Advertisement> const all = sightings.wait(i + 3);
         ASSERT_EQ(all.size(), i + 3);
         EXPECT_EQ(describe(all.back()), steps[i].seen);

@@ -21,8 +21,6 @@
 class FakeBlueZ {
 public:
     static constexpr char kAdapter[] = "/org/bluez/hci0";
-    static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
-    static constexpr char kDeviceInterface[] = "org.bluez.Device1";
 
     /// The fake of this test binary, started on first use: before anything
     /// opens the system bus, whose address libdbus reads once per process.
@@ -46,8 +44,9 @@ public:
         dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_STRING, &path, DBUS_TYPE_INVALID);
         return path;
     }
-    void setProperty(std::string const& path, char const* interface, std::string const& name,
-                     PropertyValue const& value) {
+    /// Sets a property of hci0 or of a device.
+    void setProperty(std::string const& path, std::string const& name, PropertyValue const& value) {
+        char const* const interface = path == kAdapter ? kAdapterInterface : kDeviceInterface;
         call(path, kPropertiesInterface, "Set", {interface, name}, &value);
     }
     /// What was done to hci0 since reset() or the last look, as the mock logs
@@ -66,13 +65,16 @@ public:
         }
         return done;
     }
-    /// Replaces a method of hci0 without arguments with `code`, its Python body.
-    void replaceAdapterMethod(std::string const& name, std::string const& code) {
-        call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, name, "", "", code});
+    /// From now on hci0 refuses StartDiscovery with the D-Bus error `name`.
+    void refuseDiscovery(std::string const& name, std::string const& message) {
+        std::string const code = "raise dbus.exceptions.DBusException('" + message + "', name='" + name + "')";
+        call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, "StartDiscovery", "", "", code});
     }
 
 private:
     static constexpr char kService[] = "org.bluez";
+    static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
+    static constexpr char kDeviceInterface[] = "org.bluez.Device1";
     static constexpr char kMockInterface[] = "org.freedesktop.DBus.Mock";
     static constexpr char kPropertiesInterface[] = "org.freedesktop.DBus.Properties";
     static constexpr auto kStartLimit = std::chrono::seconds(30);

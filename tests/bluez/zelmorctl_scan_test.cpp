@@ -17,8 +17,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-constexpr char const* kDeviceInterface = FakeBlueZ::kDeviceInterface;
-
 sim::SimulatedDeviceConfig bluetoothModel(uint8_t revision) {
     sim::SimulatedDeviceConfig config;
     config.hardwareRevision = revision;
@@ -69,14 +67,13 @@ TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
         {fake.addDevice("D0:00:00:00:00:01", "Stranger"), {{0x004C, valid}}},
         {fake.addDevice("D0:00:00:00:00:02", "Stranger"), {{0x004C, {1, 2}}, {kZelmorCompanyId, cut}}},
     };
-    fake.setProperty(advertising[1].first, kDeviceInterface, "RSSI", int16_t{-55});
+    fake.setProperty(advertising[1].first, "RSSI", int16_t{-55});
     ChildProcess scan(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "2", "--json"});
     ASSERT_TRUE(scan.started()) << scan.error();
     // The devices advertise a few times a second while the scan listens.
     std::optional<int> status;
     while (!(status = scan.wait(std::chrono::milliseconds(100))))
-        for (auto const& [path, entries] : advertising)
-            fake.setProperty(path, kDeviceInterface, "ManufacturerData", entries);
+        for (auto const& [path, entries] : advertising) fake.setProperty(path, "ManufacturerData", entries);
     ASSERT_EQ(*status, 0) << scan.takeErrors();
     std::string const duplicates = R"(SetDiscoveryFilter {"Transport": "le", "DuplicateData": True})";
     EXPECT_EQ(fake.adapterLog(),
@@ -114,10 +111,7 @@ TEST(ZelmorctlBluetoothScan, SaysWhyItCannotScan) {
     for (Case const& c : cases) {
         FakeBlueZ& fake = FakeBlueZ::instance();
         fake.reset(c.adapter);
-        if (c.adapter)
-            fake.replaceAdapterMethod(
-                "StartDiscovery",
-                "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')");
+        if (c.adapter) fake.refuseDiscovery("org.bluez.Error.NotReady", "Resource Not Ready");
         ProgramRun const run =
             runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
         EXPECT_EQ(run.status, 1);
