@@ -1,6 +1,6 @@
-// The BlueZ scanner against the fake BlueZ: the failures that leave it
-// unusable, the adapter it powers, and the sightings it makes of
-// InterfacesAdded and PropertiesChanged. zelmorctl's scan shows the filters.
+// The BlueZ scanner against the fake BlueZ: the failure that leaves it
+// unusable and the sightings it makes of InterfacesAdded and
+// PropertiesChanged. zelmorctl's scan shows the adapter's calls and errors.
 #include "bluetooth_le_scanner.h"
 
 #include <gtest/gtest.h>
@@ -41,10 +41,9 @@ std::string describe(Advertisement const& ad) {
 // Stopping ends the listening thread, starting again starts a new one. A
 // device's InterfacesAdded gives its properties, each PropertiesChanged the
 // whole property set, read back; the adapter's own changes give nothing.
-TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) {
+TEST(BluetoothLEScanner, SightingsCarryTheDevicesProperties) {
     FakeBlueZ& fake = FakeBlueZ::instance();
     fake.reset();
-    fake.setProperty(kAdapter, "Powered", false);
     BluetoothLEScanner scanner;
     Reports<Advertisement> sightings;
     scanner.setAdvertisementCallback(sightings.callback());
@@ -53,10 +52,6 @@ TEST(BluetoothLEScanner, PowersTheAdapterAndSightingsCarryTheDevicesProperties) 
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
     ASSERT_TRUE(scanner.stop()) << scanner.lastError();
     ASSERT_TRUE(scanner.start()) << scanner.lastError();
-    EXPECT_EQ(fake.adapterLog(),
-              (std::vector<std::string>{"Set Powered False", "Set Powered True", "StopDiscovery",
-                                        R"(SetDiscoveryFilter {"Transport": "le", "DuplicateData": True})",
-                                        "StartDiscovery", "StopDiscovery", "StartDiscovery"}));
 
     // Signals arrive in the order sent: once the devices are seen, this was handled.
     fake.setProperty(kAdapter, "Alias", std::string("workshop"));
