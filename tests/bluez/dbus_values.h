@@ -29,8 +29,8 @@ void appendBasic(DBusMessageIter* to, int type, T value) {
     dbus_message_iter_append_basic(to, type, &value);
 }
 
-inline void appendText(DBusMessageIter* to, std::string const& text, int type = DBUS_TYPE_STRING) {
-    appendBasic(to, type, text.c_str());
+inline void appendText(DBusMessageIter* to, std::string const& text) {
+    appendBasic(to, DBUS_TYPE_STRING, text.c_str());
 }
 
 inline void appendKey(DBusMessageIter* to, std::string const& key) { appendText(to, key); }
@@ -82,10 +82,4 @@ inline void appendVariant(DBusMessageIter* to, PropertyValue const& value) {
 /// Writes an a{sv} dictionary.
 inline void appendProperties(DBusMessageIter* to, Properties const& properties) {
     appendDictionary(to, "{sv}", properties, appendVariant);
-}
-
-/// Writes the interfaces of one object (a{sa{sv}}), as InterfacesAdded and
-/// GetManagedObjects carry them.
-inline void appendInterfaces(DBusMessageIter* to, std::vector<std::pair<std::string, Properties>> const& interfaces) {
-    appendDictionary(to, "{sa{sv}}", interfaces, appendProperties);
 }

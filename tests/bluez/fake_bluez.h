@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -14,14 +15,12 @@
 
 /// BlueZ as python3-dbusmock's bluez5 template plays it, on a D-Bus daemon of
 /// the test binary's own that DBUS_SYSTEM_BUS_ADDRESS names: the real system
-/// bus is never used. The fake records every call of an object's methods and
+/// bus is never used. The mock logs every call of an object's methods and
 /// emits PropertiesChanged for every property set through it. A call to it
 /// that fails throws std::runtime_error with the D-Bus error.
 class FakeBlueZ {
 public:
     static constexpr char kAdapter[] = "/org/bluez/hci0";
-    static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
-    static constexpr char kDeviceInterface[] = "org.bluez.Device1";
 
     /// The fake of this test binary, started on first use: before anything
     /// opens the system bus, whose address libdbus reads once per process.
@@ -30,11 +29,12 @@ public:
         return fake;
     }
 
-    /// Back to a fresh start: no device, no recorded call, and a powered
+    /// Back to a fresh start: no device, an empty log, and a powered
     /// adapter "hci0" at kAdapter unless told otherwise.
     void reset(bool withAdapter = true) {
         call("/", kMockInterface, "Reset");
         if (withAdapter) call("/", "org.bluez.Mock", "AddAdapter", {"hci0", "zelmor-test-host"});
+        mock_->takeOutput();
     }
     /// A device on hci0 as the template adds it (public address, RSSI -79,
     /// no usable ManufacturerData), announced by InterfacesAdded; its path.
@@ -44,43 +44,37 @@ public:
         dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_STRING, &path, DBUS_TYPE_INVALID);
         return path;
     }
-    void setProperty(std::string const& path, char const* interface, std::string const& name,
-                     PropertyValue const& value) {
+    /// Sets a property of hci0 or of a device.
+    void setProperty(std::string const& path, std::string const& name, PropertyValue const& value) {
+        char const* const interface = path == kAdapter ? kAdapterInterface : kDeviceInterface;
         call(path, kPropertiesInterface, "Set", {interface, name}, &value);
     }
-    /// A property of hci0 as text: strings quoted, true or false, [a], {k: v}.
-    std::string adapterProperty(std::string const& name) {
-        DBusMessagePtr const reply = call(kAdapter, kPropertiesInterface, "Get", {kAdapterInterface, name});
-        DBusMessageIter value;
-        dbus_message_iter_init(reply.get(), &value);
-        return describe(&value);
-    }
-    /// Every method call hci0 recorded, in order, as "Method(arguments)".
-    std::vector<std::string> adapterCalls() {
-        DBusMessagePtr const reply = call(kAdapter, kMockInterface, "GetCalls");
-        std::vector<std::string> calls;
-        DBusMessageIter list, entry, field;
-        dbus_message_iter_init(reply.get(), &list);
-        // Each call is (time, method, arguments).
-        for (dbus_message_iter_recurse(&list, &entry); dbus_message_iter_get_arg_type(&entry) == DBUS_TYPE_STRUCT;
-             dbus_message_iter_next(&entry)) {
-            dbus_message_iter_recurse(&entry, &field);
-            dbus_message_iter_next(&field);
-            char const* method = nullptr;
-            dbus_message_iter_get_basic(&field, &method);
-            dbus_message_iter_next(&field);
-            std::string const arguments = describe(&field);
-            calls.push_back(method + ("(" + arguments.substr(1, arguments.size() - 2) + ")"));
+    /// What was done to hci0 since reset() or the last look, as the mock logs
+    /// it: its discovery calls ("Method arguments") and property changes
+    /// ("Set Property value"). A call the mock refused shows as made.
+    std::vector<std::string> adapterLog() {
+        std::string const set = std::string("Set ") + kAdapter + " " + kAdapterInterface + ".";
+        std::istringstream log(mock_->takeOutput());
+        std::vector<std::string> done;
+        for (std::string line; std::getline(log, line);) {
+            std::string const entry = line.substr(line.find(' ') + 1);
+            if (entry.starts_with(set))
+                done.push_back("Set " + entry.substr(set.size()));
+            else if (entry.find("Discovery") != std::string::npos && entry.find(" raised") == std::string::npos)
+                done.push_back(entry);
         }
-        return calls;
+        return done;
     }
-    /// Replaces a method of hci0 without arguments with `code`, its Python body.
-    void replaceAdapterMethod(std::string const& name, std::string const& code) {
-        call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, name, "", "", code});
+    /// From now on hci0 refuses StartDiscovery with the D-Bus error `name`.
+    void refuseDiscovery(std::string const& name, std::string const& message) {
+        std::string const code = "raise dbus.exceptions.DBusException('" + message + "', name='" + name + "')";
+        call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, "StartDiscovery", "", "", code});
     }
 
 private:
     static constexpr char kService[] = "org.bluez";
+    static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
+    static constexpr char kDeviceInterface[] = "org.bluez.Device1";
     static constexpr char kMockInterface[] = "org.freedesktop.DBus.Mock";
     static constexpr char kPropertiesInterface[] = "org.freedesktop.DBus.Properties";
     static constexpr auto kStartLimit = std::chrono::seconds(30);
@@ -92,10 +86,9 @@ private:
             bus_.readLine(std::chrono::duration_cast<std::chrono::milliseconds>(kStartLimit));
         if (!address || address->empty()) throw std::runtime_error("dbus-daemon gave no address: " + bus_.takeErrors());
         ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address->c_str(), 1);
-        // The mock logs every call; nobody reads a log here.
-        mock_ = std::make_unique<ChildProcess>(
-            "/usr/bin/python3",
-            std::vector<std::string>{"-m", "dbusmock", "--system", "-t", "bluez5", "-l", "/dev/null"});
+        // The mock logs every call on its standard output, which adapterLog() reads.
+        mock_ = std::make_unique<ChildProcess>("/usr/bin/python3",
+                                               std::vector<std::string>{"-m", "dbusmock", "--system", "-t", "bluez5"});
         ScopedDBusError failure;
         connection_ = dbus_connection_open_private(address->c_str(), failure.get());
         if (!connection_ || !dbus_bus_register(connection_, failure.get()))
@@ -128,43 +121,6 @@ private:
         if (!reply)
             throw std::runtime_error(std::string("fake BlueZ ") + method + " on " + path + ": " + failure.text());
         return reply;
-    }
-
-    /// The value at `iter` as text: strings quoted, booleans as true or false,
-    /// arrays as [a, b], dictionaries as {k: v}, variants as their content.
-    static std::string describe(DBusMessageIter* iter) {
-        DBusMessageIter inner;
-        switch (dbus_message_iter_get_arg_type(iter)) {
-            case DBUS_TYPE_STRING: {
-                char const* text = nullptr;
-                dbus_message_iter_get_basic(iter, &text);
-                return std::string("\"") + text + "\"";
-            }
-            case DBUS_TYPE_BOOLEAN: {
-                dbus_bool_t flag = FALSE;
-                dbus_message_iter_get_basic(iter, &flag);
-                return flag ? "true" : "false";
-            }
-            case DBUS_TYPE_VARIANT:
-                dbus_message_iter_recurse(iter, &inner);
-                return describe(&inner);
-            case DBUS_TYPE_DICT_ENTRY: {
-                dbus_message_iter_recurse(iter, &inner);
-                std::string const key = describe(&inner);
-                dbus_message_iter_next(&inner);
-                return key + ": " + describe(&inner);
-            }
-            case DBUS_TYPE_ARRAY: {
-                bool const dictionary = dbus_message_iter_get_element_type(iter) == DBUS_TYPE_DICT_ENTRY;
-                std::string items;
-                dbus_message_iter_recurse(iter, &inner);
-                for (; dbus_message_iter_get_arg_type(&inner) != DBUS_TYPE_INVALID; dbus_message_iter_next(&inner))
-                    items += (items.empty() ? "" : ", ") + describe(&inner);
-                return dictionary ? "{" + items + "}" : "[" + items + "]";
-            }
-            default:
-                return "?";
-        }
     }
 
     ChildProcess bus_{"/usr/bin/dbus-daemon", {"--session", "--nofork", "--print-address=1"}};

@@ -121,7 +121,7 @@ inline AttScript const kDiscovery = {
     fromClient("08 17 00 ff ff 02 29"), toClient("01 08 17 00 0a"),
 };
 // clang-format on
-inline AttScript const kMtuRequest = {fromClient("02 f7 00")};
+inline AttStep const kMtuRequest = fromClient("02 f7 00");
 
 inline Characteristic& characteristicOf(BluetoothLE& ble, uint16_t valueHandle) {
     for (auto& service : ble.services())

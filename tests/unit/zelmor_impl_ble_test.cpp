@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <tuple>
 #include <vector>
 
 #include "auth_key.h"
@@ -107,21 +108,14 @@ TEST_F(BleLink, LiveDataCarriesTheDeviceReadingsAndTheLinkRssi) {
     ASSERT_GE(records.size(), 2u);
     sim::MonitorReadings const expected = device_->readings();
     Zelmor::MonitorData const& got = records.back();
-    EXPECT_EQ(got.hardwareRevision, 0x23);
-    EXPECT_EQ(got.firmwareVersion, 0x0250);
-    EXPECT_EQ(got.time, expected.time);
-    EXPECT_EQ(got.status, expected.status);
-    EXPECT_FLOAT_EQ(got.voltage1, expected.voltage1);
-    EXPECT_FLOAT_EQ(got.voltage2, expected.voltage2);
-    EXPECT_FLOAT_EQ(got.current, expected.current);
-    EXPECT_FLOAT_EQ(got.power, expected.power);
-    EXPECT_FLOAT_EQ(got.temperature, expected.temperature);
-    EXPECT_EQ(got.coulombMeter, expected.coulombMeter);
-    EXPECT_EQ(got.energyMeter, expected.energyMeter);
-    EXPECT_EQ(got.powerStatus, static_cast<uint8_t>(expected.powerStatus));
-    EXPECT_EQ(got.stateOfCharge, expected.stateOfCharge);
-    EXPECT_EQ(got.runtime, expected.runtime);
-    EXPECT_EQ(got.rssi, -71);
+    // Floats travel in their own bits, so they compare exactly.
+    EXPECT_EQ(
+        std::tie(got.hardwareRevision, got.firmwareVersion, got.time, got.status, got.voltage1, got.voltage2,
+                 got.current, got.power, got.temperature, got.coulombMeter, got.energyMeter, got.powerStatus,
+                 got.stateOfCharge, got.runtime, got.rssi),
+        std::tuple(0x23, 0x0250, expected.time, expected.status, expected.voltage1, expected.voltage2, expected.current,
+                   expected.power, expected.temperature, expected.coulombMeter, expected.energyMeter,
+                   static_cast<uint8_t>(expected.powerStatus), expected.stateOfCharge, expected.runtime, -71));
     // An adapter that cannot tell the signal strength leaves it "not available".
     radio_.host().setRssi(0, false);
     records = live_.wait(records.size() + 2);
