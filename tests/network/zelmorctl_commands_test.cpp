@@ -6,8 +6,10 @@
 
 #include <cmath>
 
+#include "announcer.h"
 #include "device_link.h"
 #include "firmware_image.h"
+#include "simulated_device.h"
 #include "zelmorctl_fleet.h"
 
 namespace {
@@ -119,15 +121,27 @@ TEST_F(ZelmorctlCommands, SyncTheLogAndUpdateTheFirmware) {
 
 TEST(ZelmorctlScan, ListsEveryAnnouncingDeviceOnce) {
     // The third device is silent: only its link or address finds it.
-    SimFleet fleet({"--device", "K", "--device", "V", "--device", "V,silent", "--no-hub"});
-    ProgramRun const scan = zelmorctl({"--json", "scan", "--seconds", "3"});
+    SimFleet fleet({"--device", "K", "--device", "V,name=Hilltop cabin", "--device", "V,silent", "--no-hub"});
+    // A Bluetooth model has nothing to announce, even when an announcer is given it.
+    sim::SimulatedDeviceConfig bluetooth;
+    bluetooth.hardwareRevision = 0x21;
+    sim::SimulatedDevice device(bluetooth);
+    sim::Announcer announcer;
+    announcer.addDevice(device, "127.0.0.44");
+    ASSERT_TRUE(announcer.start()) << announcer.error();
+
+    // Each device announces twice while the scan listens, in serial order.
+    ProgramRun const scan = zelmorctl({"--json", "scan", "--seconds", "2"});
     auto const seen = jsonLines(scan);
     ASSERT_EQ(seen.size(), 2u) << scan.out << scan.err;
     for (size_t i = 0; i < 2; ++i) {
         EXPECT_EQ(seen[i]["serial"], fleet.device(i).serial);
         EXPECT_EQ(seen[i]["ip"], fleet.device(i).address);
         EXPECT_EQ(seen[i]["hardware_revision"], fleet.device(i).revision);
+        EXPECT_GT(seen[i]["voltage1"].get<double>(), 10.0);
+        EXPECT_EQ(seen[i]["rssi"].is_null(), i == 0);
     }
+    EXPECT_EQ(seen[1]["name"], "Hilltop cabin");
 }
 
 TEST(ZelmorctlPasswords, LockedDeviceRefusesUntilUnlocked) {
