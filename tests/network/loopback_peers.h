@@ -120,7 +120,7 @@ struct SimLink {
     using Code = Zelmor::ResponseCode;
     using Reason = Zelmor::DisconnectReason;
 
-    explicit SimLink(std::string hubHost = "127.0.0.1") : zelmor(std::move(hubHost)) {
+    SimLink() : zelmor("127.0.0.1") {
         zelmor.setConnectedCallback(connected.callback());
         zelmor.setDisconnectCallback([this, done = ended.callback()](Reason reason) {
             ++ends;
@@ -142,12 +142,7 @@ struct SimLink {
         zelmor.requestGetInfo(result.callback());
         return result.get();
     }
-    std::tuple<Code, Zelmor::MonitorData> monitor() {
-        CallbackResult<Code, Zelmor::MonitorData const&> result;
-        zelmor.requestGetMonitorData(result.callback());
-        return result.get();
-    }
-    Code request(uint16_t command, uint32_t timeoutMs) {
+    Code request(uint16_t command, uint32_t timeoutMs = ZelmorRequest::kDefaultTimeoutMs) {
         CallbackResult<Code> result;
         zelmor.request(command, timeoutMs, result.callback());
         return std::get<0>(result.get());

@@ -56,20 +56,14 @@ TEST(ZelmorctlLogSync, InterruptedSyncResumesToIdenticalCopies) {
     TempDirectory root;
     std::vector<std::string> const sync{"--lan", "127.0.0.61", "log", "sync", root.path().string()};
 
-    ProgramRun run = zelmorctl(sync);
-    EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.err, "Device disconnected\n");
-    uintmax_t copied = 0;
-    for (auto const& entry : std::filesystem::directory_iterator(root.path() / kFolder)) copied += entry.file_size();
-    EXPECT_GT(copied, 1000000u);
-    EXPECT_LT(copied, 1500000u);
-
-    int runs = 1;
+    // No run can copy it all: it converges only if each keeps what it copied.
+    ProgramRun run;
+    int runs = 0;
     for (; run.status != 0 && runs < 10; ++runs) {
         run = zelmorctl(sync);
-        ASSERT_TRUE(run.status == 0 || run.err == "Device disconnected\n") << run.err;
+        EXPECT_TRUE(run.status == 0 || (run.status == 3 && run.err == "Device disconnected\n")) << run.err;
     }
-    EXPECT_GT(runs, 2);
+    EXPECT_GE(runs, 3);
     expectCopies(root.path() / kFolder, device);
 }
 

@@ -39,14 +39,13 @@ TEST(ZelmorctlOffline, EncodesAndDecodesDeviceLinks) {
     ProgramRun const encoded = zelmorctl(encode);
     ASSERT_EQ(encoded.status, 0) << encoded.err;
     std::string const link = encoded.lines().at(0);
-    EXPECT_EQ(link.rfind("https://zelmor.link?n=426f6174&s=0000000000001a2b&h=41&c=", 0), 0u) << link;
+    EXPECT_EQ(link,
+              "https://zelmor.link?n=426f6174&s=0000000000001a2b&h=41&c=AAECAwQFBgcICQoLDA0ODw==&k="
+              "4OHi4-Tl5ufo6err7O3u7_Dx8vP09fb3-Pn6-_z9_v8=");
 
-    Json const decoded = jsonResult(zelmorctl({"--json", "link", "decode", link}));
-    EXPECT_EQ(decoded["name"], "Boat");
-    EXPECT_EQ(decoded["serial"], "0000000000001A2B");
-    EXPECT_EQ(decoded["hardware_revision"], 0x41);
-    EXPECT_EQ(decoded["channel_id"], channel);
-    EXPECT_EQ(decoded["key"], key);
+    Json const expected{{"name", "Boat"},      {"serial", "0000000000001A2B"}, {"hardware_revision", 0x41},
+                        {"model", "Zelmor-V"}, {"channel_id", channel},        {"key", key}};
+    EXPECT_EQ(jsonResult(zelmorctl({"--json", "link", "decode", link})), expected);
 
     ProgramRun const bad = zelmorctl({"link", "decode", "https://zelmor.link?n=41"});
     EXPECT_EQ(bad.status, 2);
