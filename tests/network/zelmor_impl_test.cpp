@@ -50,24 +50,6 @@ TEST(ZelmorImplTest, PeerClosingAfterAcceptReportsConnectionLostAndFailsPendingR
     EXPECT_EQ(again.get(), std::tuple(Reason::ConnectionLost));
 }
 
-TEST(ZelmorImplTest, HubLinkOpensWithTheHelloThenEncryptedFrames) {
-    RawSocket listener = RawSocket::listening("127.0.0.24", kHubPort);
-    SimLink link("127.0.0.24");
-    Zelmor::WifiAccessKey key;
-    for (size_t i = 0; i < key.keyId.size(); ++i) key.keyId[i] = static_cast<uint8_t>(0xA0 + i);
-    key.key.fill(0x5C);
-    link.zelmor.connectHub(key);
-    RawSocket hub = listener.accept();
-    std::vector<uint8_t> hello{0x02};
-    hello.insert(hello.end(), key.keyId.begin(), key.keyId.end());
-    EXPECT_EQ(hub.read(17), hello);
-    EXPECT_FALSE(link.zelmor.isDirectConnection());
-    // The three throwaway requests follow, each a frame of one encrypted block at least.
-    EXPECT_EQ(hub.read(3 * 18).size(), 3u * 18);
-    link.zelmor.disconnect();
-    EXPECT_EQ(link.ended.get(), std::tuple(Reason::ClosedLocally));
-}
-
 TEST(ZelmorImplTest, HubNameWithoutIpv4AddressFailsAtOnceOnTheCallersThread) {
     // "::1" resolves, without any name server, to an IPv6 address only.
     ZelmorImpl zelmor("::1");

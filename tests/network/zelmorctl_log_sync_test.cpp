@@ -1,6 +1,6 @@
 // log sync over links that fail: a link that the device closes in the middle
 // of several megabytes, and a link through the hub that loses and corrupts
-// answers. Runs are repeated until one completes; the copies must then be byte
+// frames. Runs are repeated until one completes; the copies must then be byte
 // for byte the device's own files.
 #include <fmt/core.h>
 #include <gtest/gtest.h>
@@ -56,29 +56,27 @@ TEST(ZelmorctlLogSync, InterruptedSyncResumesToIdenticalCopies) {
     TempDirectory root;
     std::vector<std::string> const sync{"--lan", "127.0.0.61", "log", "sync", root.path().string()};
 
-    ProgramRun run = zelmorctl(sync);
-    EXPECT_EQ(run.status, 3);
-    EXPECT_EQ(run.err, "Device disconnected\n");
-    uintmax_t copied = 0;
-    for (auto const& entry : std::filesystem::directory_iterator(root.path() / kFolder)) copied += entry.file_size();
-    EXPECT_GT(copied, 1000000u);
-    EXPECT_LT(copied, 1500000u);
-
-    int runs = 1;
+    // No run can copy it all: it converges only if each keeps what it copied.
+    ProgramRun run;
+    int runs = 0;
     for (; run.status != 0 && runs < 10; ++runs) {
         run = zelmorctl(sync);
-        ASSERT_TRUE(run.status == 0 || run.err == "Device disconnected\n") << run.err;
+        EXPECT_TRUE(run.status == 0 || (run.status == 3 && run.err == "Device disconnected\n")) << run.err;
     }
-    EXPECT_GT(runs, 2);
+    EXPECT_GE(runs, 3);
     expectCopies(root.path() / kFolder, device);
 }
 
 TEST(ZelmorctlLogSync, LossyLinkConvergesOverRepeatedRuns) {
-    // Four days of log in answers of seven frames, 5 % of frames lost and 1 %
-    // corrupted; through the hub, whose frames carry a checksum.
-    sim::SimulatedDevice device(deviceConfig(4));
+    // A day of log in frames of 256 bytes, dozens to an answer, 1 % of them
+    // lost and 1 % corrupted; through the hub, whose frames carry a checksum.
+    // A lost frame is nearly always one inside an answer, which ends the run at
+    // once as too short; only a lost last frame waits out the request time-out.
+    sim::SimulatedDeviceConfig config = deviceConfig(1);
+    config.maxFramePayload = 256;
+    sim::SimulatedDevice device(config);
     sim::FaultSettings faults;
-    faults.dropFraction = 0.05;
+    faults.dropFraction = 0.01;
     faults.corruptFraction = 0.01;
     device.faults().configure(faults);
     sim::HubRelay hub;
@@ -89,11 +87,13 @@ TEST(ZelmorctlLogSync, LossyLinkConvergesOverRepeatedRuns) {
     TempDirectory root;
 
     ProgramRun run;
-    for (int runs = 0; run.status != 0 && runs < 30; ++runs) {
+    int runs = 0;
+    for (; run.status != 0 && runs < 30; ++runs) {
         run = zelmorctl({"--link", link, "log", "sync", root.path().string()});
         ASSERT_TRUE(run.status.has_value()) << "zelmorctl hung";
         EXPECT_NE(run.status, 2) << run.err;
     }
     ASSERT_EQ(run.status, 0) << run.err;
+    EXPECT_GT(runs, 1);
     expectCopies(root.path() / kFolder, device);
 }

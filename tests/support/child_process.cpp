@@ -10,39 +10,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <map>
 #include <sstream>
 #include <thread>
 
 extern char** environ;
 
-namespace {
-
-// How often a wait looks again at the child and what it has written.
-constexpr auto kLookInterval = std::chrono::milliseconds(10);
-
-/// This process's environment with the variables of `changes` ("NAME=value")
-/// set.
-std::vector<std::string> mergedEnvironment(std::vector<std::string> const& changes) {
-    std::map<std::string, std::string> byName;
-    for (char** e = environ; *e; ++e) byName[std::string(*e, std::strcspn(*e, "="))] = *e;
-    for (auto const& change : changes) byName[change.substr(0, change.find('='))] = change;
-    std::vector<std::string> result;
-    for (auto const& [name, entry] : byName) result.push_back(entry);
-    return result;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& strings) {
-    std::vector<char*> result;
-    for (auto& s : strings) result.push_back(s.data());
-    result.push_back(nullptr);
-    return result;
-}
-
-}  // namespace
-
-ChildProcess::ChildProcess(std::string const& program, std::vector<std::string> const& arguments,
-                           std::vector<std::string> const& environment) {
+ChildProcess::ChildProcess(std::string const& program, std::vector<std::string> const& arguments) {
     out_.fd = ::memfd_create("stdout", MFD_CLOEXEC);
     err_.fd = ::memfd_create("stderr", MFD_CLOEXEC);
     if (out_.fd < 0 || err_.fd < 0) {
@@ -54,17 +27,17 @@ ChildProcess::ChildProcess(std::string const& program, std::vector<std::string> 
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out_.fd, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err_.fd, STDERR_FILENO);
-    std::vector<std::string> argv{program};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    std::vector<std::string> envp = mergedEnvironment(environment);
-    pid_t pid = -1;
-    int const spawned =
-        ::posix_spawn(&pid, program.c_str(), &actions, nullptr, pointers(argv).data(), pointers(envp).data());
+    std::vector<std::string> strings{program};
+    strings.insert(strings.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& s : strings) argv.push_back(s.data());
+    argv.push_back(nullptr);
+    int const spawned = ::posix_spawn(&pid_, program.c_str(), &actions, nullptr, argv.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0)
+    if (spawned != 0) {
         error_ = program + ": " + std::strerror(spawned);
-    else
-        pid_ = pid;
+        pid_ = -1;
+    }
 }
 
 ChildProcess::~ChildProcess() {
@@ -80,29 +53,27 @@ bool ChildProcess::waitUntil(std::chrono::milliseconds timeout, Predicate done) 
         reap();
         if (done()) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(kLookInterval);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
 }
 
 void ChildProcess::reap() {
     int raw = 0;
-    if (pid_ <= 0 || status_ || ::waitpid(pid_, &raw, WNOHANG) != pid_) return;
-    status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
+    if (pid_ > 0 && !status_ && ::waitpid(pid_, &raw, WNOHANG) == pid_)
+        status_ = WIFEXITED(raw) ? WEXITSTATUS(raw) : 128 + WTERMSIG(raw);
 }
 
 std::string ChildProcess::unread(Stream const& stream) {
     std::string text;
-    for (;;) {
-        char buffer[4096];
-        ssize_t const got = ::pread(stream.fd, buffer, sizeof buffer, stream.taken + static_cast<off_t>(text.size()));
-        if (got <= 0) return text;
+    char buffer[4096];
+    for (ssize_t got; (got = ::pread(stream.fd, buffer, sizeof buffer, stream.taken + std::ssize(text))) > 0;)
         text.append(buffer, static_cast<size_t>(got));
-    }
+    return text;
 }
 
 std::string ChildProcess::take(Stream& stream) {
     std::string text = unread(stream);
-    stream.taken += static_cast<off_t>(text.size());
+    stream.taken += std::ssize(text);
     return text;
 }
 
@@ -128,10 +99,6 @@ std::optional<int> ChildProcess::wait(std::chrono::milliseconds timeout) {
     return status_;
 }
 
-std::string ChildProcess::takeOutput() { return take(out_); }
-
-std::string ChildProcess::takeErrors() { return take(err_); }
-
 std::vector<std::string> ProgramRun::lines() const {
     std::vector<std::string> result;
     std::istringstream in(out);
@@ -140,8 +107,8 @@ std::vector<std::string> ProgramRun::lines() const {
 }
 
 ProgramRun runProgram(std::string const& program, std::vector<std::string> const& arguments,
-                      std::chrono::milliseconds timeout, std::vector<std::string> const& environment) {
-    ChildProcess child(program, arguments, environment);
+                      std::chrono::milliseconds timeout) {
+    ChildProcess child(program, arguments);
     ProgramRun run;
     if (!child.started()) {
         run.err = child.error();

@@ -7,17 +7,14 @@
 #include <string>
 #include <vector>
 
-/// A program run by a test as a child process: standard output and standard
-/// error go to files in memory, standard input comes from /dev/null. A chatty
-/// child never blocks on output nobody reads, and what it wrote is all there
-/// once it has ended. Every wait takes a time limit. The destructor kills
-/// (SIGKILL) and reaps a child that is still running.
+/// A program run by a test as a child process. Standard output and error go
+/// to files in memory, so a chatty child never blocks on output nobody reads;
+/// standard input is /dev/null. Every wait takes a time limit. The destructor
+/// kills (SIGKILL) and reaps a child that still runs.
 class ChildProcess {
 public:
-    /// Starts `program` with `arguments` (without the program name), and the
-    /// variables of `environment` ("NAME=value") set on top of this process's.
-    ChildProcess(std::string const& program, std::vector<std::string> const& arguments,
-                 std::vector<std::string> const& environment = {});
+    /// Starts `program` with `arguments` (without the program name).
+    ChildProcess(std::string const& program, std::vector<std::string> const& arguments);
     ~ChildProcess();
     ChildProcess(ChildProcess const&) = delete;
     ChildProcess& operator=(ChildProcess const&) = delete;
@@ -26,28 +23,24 @@ public:
     bool started() const { return pid_ > 0; }
     std::string const& error() const { return error_; }
 
-    /// The next line of standard output, without its newline; nothing when
-    /// the time is up or the child has ended without writing more. Once it
-    /// has ended, a last line without a newline counts too.
+    /// The next line of standard output, without its newline; nothing when the
+    /// time is up or the child has ended without writing more. Once it has
+    /// ended, a last line without a newline counts too.
     std::optional<std::string> readLine(std::chrono::milliseconds timeout);
-
     /// Sends a signal; false when the child is gone or was never started.
     bool signal(int number);
-
-    /// Waits for the child to end and gives its status: the exit code, or 128
-    /// plus the signal that ended it. Nothing when the time is up. Output that
-    /// arrives meanwhile is kept for readLine and takeOutput.
+    /// The exit code once the child has ended, or 128 plus the signal that
+    /// ended it; nothing when the time is up.
     std::optional<int> wait(std::chrono::milliseconds timeout);
-
-    /// Everything on standard output not yet taken by readLine.
-    std::string takeOutput();
-    /// The same for standard error.
-    std::string takeErrors();
+    /// What the child wrote and nobody has taken yet: standard output (readLine
+    /// takes from it too) and standard error.
+    std::string takeOutput() { return take(out_); }
+    std::string takeErrors() { return take(err_); }
 
 private:
     struct Stream {
         int fd = -1;
-        off_t taken = 0;  // how much of it readLine and the take functions have given
+        off_t taken = 0;
     };
 
     /// Looks at the child every few milliseconds until `done` holds; false
@@ -79,4 +72,4 @@ struct ProgramRun {
 
 /// Runs a program to its end, at most `timeout`.
 ProgramRun runProgram(std::string const& program, std::vector<std::string> const& arguments,
-                      std::chrono::milliseconds timeout, std::vector<std::string> const& environment = {});
+                      std::chrono::milliseconds timeout);

@@ -67,10 +67,12 @@ private:
 };
 
 /// zelmorctl run to its end (two minutes at most, so that a hang fails the
-/// test instead of blocking it).
-inline ProgramRun zelmorctl(std::vector<std::string> const& arguments,
-                            std::vector<std::string> const& environment = {}) {
-    return runProgram(ZELMORCTL_PATH, arguments, std::chrono::minutes(2), environment);
+/// test instead of blocking it), with the variables of `environment`
+/// ("NAME=value") set for it by env(1).
+inline ProgramRun zelmorctl(std::vector<std::string> const& arguments, std::vector<std::string> environment = {}) {
+    environment.push_back(ZELMORCTL_PATH);
+    environment.insert(environment.end(), arguments.begin(), arguments.end());
+    return runProgram("/usr/bin/env", environment, std::chrono::minutes(2));
 }
 
 /// Each line of standard output as a JSON object.

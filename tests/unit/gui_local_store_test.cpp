@@ -13,6 +13,7 @@
 
 #include "device_link.h"
 #include "local_store.h"
+#include "temp_directory.h"
 
 namespace {
 
@@ -36,14 +37,12 @@ std::string linesOf(std::vector<Identifier> const& ids) {
 
 /// A data directory that does not exist yet, in a fresh folder of its own.
 struct LocalStoreTest : testing::Test {
-    std::string root = testing::TempDir() + "local_store_XXXXXX";
-    fs::path const dataDir = fs::path(::mkdtemp(root.data())) / "zlmr";
+    TempDirectory root;
+    fs::path const dataDir = root.path() / "zlmr";
     fs::path const file = dataDir / "cloud_devices.cfg";
 
-    ~LocalStoreTest() override {
-        fs::permissions(dataDir, fs::perms::owner_all);
-        fs::remove_all(root);
-    }
+    // A test that took the owner's rights away gives them back for the removal.
+    ~LocalStoreTest() override { fs::permissions(dataDir, fs::perms::owner_all); }
     // The data directory with this text in its cloud_devices.cfg.
     fs::path const& withFile(std::string const& text) const {
         fs::create_directory(dataDir);

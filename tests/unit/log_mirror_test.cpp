@@ -5,13 +5,13 @@
 #include <fstream>
 #include <iterator>
 #include <map>
-#include <random>
 #include <tuple>
 
 #include "byte_io.h"
 #include "callback_result.h"
 #include "log_mirror.h"
 #include "scripted_zelmor.h"
+#include "temp_directory.h"
 
 using Code = Zelmor::ResponseCode;
 using Bytes = std::vector<uint8_t>;
@@ -20,13 +20,6 @@ using Files = std::map<uint32_t, Bytes>;
 namespace {
 
 constexpr uint64_t kSerial = 0x00A1B2C3D4E5F607;
-
-/// A fresh folder under the test's temporary directory, removed afterwards.
-struct TempDirectory {
-    std::filesystem::path const path =
-        std::filesystem::path(testing::TempDir()) / ("log_mirror_" + std::to_string(std::random_device()()));
-    ~TempDirectory() { std::filesystem::remove_all(path); }
-};
 
 /// The file's bytes; none when there is no file.
 Bytes readFile(std::filesystem::path const& path) {
@@ -116,13 +109,13 @@ TEST(LogMirror, CopiesOnlyWhatIsMissingAndResumesWhereACopyEnds) {
         device[id] = pattern(size, static_cast<uint8_t>(id));
     Bytes const longer = pattern(50, 0xEE), growing = device.at(0x2a);
     TempDirectory root;
-    std::filesystem::path const dir = root.path / "a1b2c3d4e5f607";
+    std::filesystem::path const dir = root.path() / "a1b2c3d4e5f607";
     writeFile(dir / logFileName(2), device.at(2));
     writeFile(dir / logFileName(3), longer);
     writeFile(dir / logFileName(0x2a), Bytes(growing.begin(), growing.begin() + 1000));
     ScriptedLog log{device, {{{7, 4096}, Fault::RefuseRead}, {{8, 0}, Fault::LoseFrame}, {{9, 0}, Fault::Empty}}};
 
-    RunResult const first = mirror(log, root.path, 0x23);
+    RunResult const first = mirror(log, root.path(), 0x23);
     EXPECT_EQ(first.outcome.filesComplete, 4u);
     EXPECT_EQ(first.outcome.filesIncomplete, 3u);
     EXPECT_EQ(first.outcome.firstFailure, kRefusal);
@@ -133,7 +126,7 @@ TEST(LogMirror, CopiesOnlyWhatIsMissingAndResumesWhereACopyEnds) {
     for (uint32_t id : {8, 9}) EXPECT_TRUE(readFile(dir / logFileName(id)).empty()) << id;
 
     log.faults.clear();
-    RunResult const second = mirror(log, root.path, 0x23);
+    RunResult const second = mirror(log, root.path(), 0x23);
     EXPECT_TRUE(second.outcome.complete());
     EXPECT_EQ(second.outcome.bytesFetched, 5904u + 9000u + 3000u);
     EXPECT_EQ(second.progress.front(), std::make_pair(uint64_t{0}, uint64_t{17904}));
@@ -147,12 +140,12 @@ TEST(LogMirror, CopiesOnlyWhatIsMissingAndResumesWhereACopyEnds) {
 TEST(LogMirror, RefusedListCopiesNothing) {
     TempDirectory root;
     ScriptedLog log{{{1, pattern(10, 0)}}, {}, true};
-    RunResult const refused = mirror(log, root.path, 0x10);
+    RunResult const refused = mirror(log, root.path(), 0x10);
     EXPECT_EQ(refused.outcome.firstFailure, kRefusal);
     EXPECT_EQ(refused.outcome.filesComplete + refused.outcome.filesIncomplete, 0u);
-    EXPECT_FALSE(std::filesystem::exists(root.path / "a1b2c3d4e5f607"));
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "a1b2c3d4e5f607"));
 
     log.refuseList = false;
-    EXPECT_TRUE(mirror(log, root.path, 0x10).outcome.complete());
+    EXPECT_TRUE(mirror(log, root.path(), 0x10).outcome.complete());
     EXPECT_EQ(log.reads, (std::vector<Read>{{1, 0, 131072}}));
 }
