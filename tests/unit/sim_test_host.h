@@ -1,15 +1,20 @@
-// A hand-written host for driving simulated device sessions in tests: it
-// builds request frames byte by byte and takes the device's answers apart,
-// without the application's own frame code.
+// What the simulator's unit suites drive a device with: a clock that moves
+// only when told to, a host that builds request frames byte by byte and takes
+// the device's answers apart without the application's own frame code, and
+// the client's end of an ATT link.
 #pragma once
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +26,7 @@
 #include "crc16.h"
 #include "sealed_block.h"
 #include "simulated_device.h"
+#include "test_bytes.h"
 
 namespace simtest {
 
@@ -29,7 +35,6 @@ using Bytes = std::vector<uint8_t>;
 /// 2023-11-14 22:13:20 UTC.
 inline constexpr int64_t kStartTime = 1'700'000'000;
 
-/// A clock that moves only when told to.
 class ManualClock {
 public:
     explicit ManualClock(int64_t start = kStartTime) : now_(std::make_shared<std::atomic<int64_t>>(start)) {}
@@ -42,6 +47,18 @@ public:
 private:
     std::shared_ptr<std::atomic<int64_t>> now_;
 };
+
+inline sim::SimulatedDeviceConfig model(uint8_t revision, uint16_t firmware = 0x0132) {
+    sim::SimulatedDeviceConfig config;
+    config.hardwareRevision = revision;
+    config.firmwareVersion = firmware;
+    return config;
+}
+
+inline sim::SimulatedDeviceConfig onClock(sim::SimulatedDeviceConfig config, ManualClock const& clock) {
+    config.clock = clock.function();
+    return config;
+}
 
 inline Bytes header(uint16_t code, uint16_t sequence, Bytes const& payload) {
     Bytes frame;
@@ -59,6 +76,18 @@ inline Bytes lineCode(Bytes const& frame) {
     return out;
 }
 
+inline Bytes u32(uint32_t value) {
+    Bytes out;
+    ByteWriter(out).write<uint32_t>(value);
+    return out;
+}
+
+inline Bytes concat(std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (Bytes const& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
 /// One frame as the host sees it.
 struct Frame {
     uint16_t code = 0;
@@ -70,7 +99,6 @@ struct Frame {
 struct Answer {
     uint16_t code = 0xFFFF;
     Bytes payload;
-    std::vector<Frame> notifications;
 };
 
 inline Bytes cobsBody(Bytes const& encoded) {
@@ -100,7 +128,8 @@ class TestHost {
 public:
     /// In hub mode the hello goes out in pieces of `helloChunk` bytes.
     explicit TestHost(sim::SimulatedDevice& device, sim::SessionMode mode = sim::SessionMode::Plain,
-                      std::optional<Zelmor::WifiAccessKey> key = std::nullopt, size_t helloChunk = 17) {
+                      std::optional<Zelmor::WifiAccessKey> key = std::nullopt, size_t helloChunk = 17,
+                      uint8_t helloVersion = 0x02) {
         // The device hands over several frames at once; keep them one by one.
         session_ = device.openSession(mode, [this](uint8_t const* data, size_t length) {
             for (size_t start = 0; start < length;) {
@@ -112,7 +141,7 @@ public:
         });
         if (mode == sim::SessionMode::Hub) {
             Zelmor::WifiAccessKey const k = key.value_or(device.accessKey());
-            Bytes hello{0x02};
+            Bytes hello{helloVersion};
             hello.insert(hello.end(), k.keyId.begin(), k.keyId.end());
             for (size_t at = 0; at < hello.size(); at += helloChunk)
                 session_->receive(hello.data() + at, std::min(helloChunk, hello.size() - at));
@@ -153,17 +182,12 @@ public:
         return frames;
     }
 
-    /// Sends a request and joins its answer.
+    /// Sends a request and joins its answer; notifications after it are not part of it.
     Answer call(uint16_t code, Bytes const& payload = {}) {
         Answer answer;
         for (std::optional<Frame> const& f : exchange(code, payload)) {
             EXPECT_TRUE(f.has_value());
-            if (!f) continue;
-            if (f->code == sim::kNotificationCode) {
-                EXPECT_EQ(f->sequence, 0);
-                answer.notifications.push_back(*f);
-                continue;
-            }
+            if (!f || f->code == sim::kNotificationCode) continue;
             EXPECT_EQ(f->sequence, sequence_);
             answer.payload.insert(answer.payload.end(), f->payload.begin(), f->payload.end());
             if (f->code != sim::kContinuationCode) answer.code = f->code;
@@ -189,7 +213,7 @@ public:
     std::vector<Bytes> const& received() const { return received_; }
     uint16_t sequence() const { return sequence_; }
 
-    /// The second step of a lock exchange for `password`, after asking for a challenge.
+    /// The second step of a lock exchange with `key`, after asking for a challenge.
     Answer lockStep(uint16_t code, Zelmor::AuthKey const& key) {
         Answer challenge = call(0x30);
         EXPECT_EQ(challenge.code, 0);
@@ -220,24 +244,96 @@ private:
     Aes256Cbc decrypt_;
 };
 
-inline sim::SimulatedDeviceConfig configFor(uint8_t revision, ManualClock const& clock, uint16_t firmware = 0x0132) {
-    sim::SimulatedDeviceConfig config;
-    config.hardwareRevision = revision;
-    config.firmwareVersion = firmware;
-    config.clock = clock.function();
-    return config;
-}
+/// A fresh device on a clock of its own, and a plain session on it.
+struct Bench {
+    explicit Bench(uint8_t revision = 0x41, uint16_t firmware = 0x0132) : Bench(model(revision, firmware)) {}
+    explicit Bench(sim::SimulatedDeviceConfig config, int64_t start = kStartTime)
+        : clock(start), device(onClock(std::move(config), clock)) {}
+    ManualClock clock;
+    sim::SimulatedDevice device;
+    TestHost host{device};
+};
 
-inline Bytes u32(uint32_t value) {
-    Bytes out;
-    ByteWriter(out).write<uint32_t>(value);
-    return out;
-}
+/// The client's end of an ATT link; notifications that come while it waits
+/// for an answer are kept per value handle.
+class AttClient {
+public:
+    /// `patience`: how long to wait for each PDU.
+    AttClient(int socket, std::chrono::milliseconds patience) : socket_(socket), patience_(patience) {}
+    ~AttClient() { ::close(socket_); }
+    AttClient(AttClient const&) = delete;
+    AttClient& operator=(AttClient const&) = delete;
 
-inline Bytes concat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (Bytes const& p : parts) out.insert(out.end(), p.begin(), p.end());
-    return out;
-}
+    void send(Bytes const& pdu) {
+        ASSERT_EQ(::send(socket_, pdu.data(), pdu.size(), MSG_NOSIGNAL), static_cast<ssize_t>(pdu.size()));
+    }
+
+    /// The next PDU; nothing when the link ends or nothing comes in time.
+    std::optional<Bytes> next() {
+        pollfd wait{socket_, POLLIN, 0};
+        if (::poll(&wait, 1, static_cast<int>(patience_.count())) <= 0) return std::nullopt;
+        Bytes pdu(1024);
+        ssize_t const got = ::recv(socket_, pdu.data(), pdu.size(), MSG_DONTWAIT);
+        hungUp_ = got == 0;
+        if (got <= 0) return std::nullopt;
+        pdu.resize(static_cast<size_t>(got));
+        return pdu;
+    }
+
+    /// Sends a request; its answer in hexadecimal, empty when none comes.
+    std::string ask(std::string const& request) {
+        send(fromHex(request));
+        while (std::optional<Bytes> pdu = next()) {
+            if (pdu->at(0) != 0x1B) return hex(*pdu);
+            keep(*pdu);
+        }
+        return "";
+    }
+
+    /// Waits for one more notification of `handle`; false on a timeout or hang-up.
+    bool awaitNotification(uint16_t handle) {
+        size_t const before = notifications(handle).size();
+        while (notifications(handle).size() == before) {
+            std::optional<Bytes> pdu = next();
+            if (!pdu) return false;
+            if (pdu->at(0) == 0x1B) keep(*pdu);
+        }
+        return true;
+    }
+
+    /// Waits until the link ends, dropping whatever still comes.
+    bool awaitHangUp() {
+        while (next()) {
+        }
+        return hungUp_;
+    }
+
+    void enable(uint16_t configuration) {
+        EXPECT_EQ(ask(hex(Bytes{0x12, static_cast<uint8_t>(configuration), 0x00, 0x01, 0x00})), "13");
+    }
+
+    /// Writes `bytes` to `handle` with write commands of at most `piece` bytes.
+    void writeCommands(uint16_t handle, Bytes const& bytes, size_t piece) {
+        for (size_t at = 0; at < bytes.size(); at += piece) {
+            Bytes pdu{0x52, static_cast<uint8_t>(handle), 0x00};
+            pdu.insert(pdu.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at),
+                       bytes.begin() + static_cast<std::ptrdiff_t>(std::min(bytes.size(), at + piece)));
+            send(pdu);
+        }
+    }
+
+    std::vector<Bytes> const& notifications(uint16_t handle) { return notifications_[handle]; }
+
+private:
+    void keep(Bytes const& pdu) {
+        ASSERT_GE(pdu.size(), 3u);
+        notifications_[readLe<uint16_t>(pdu.data() + 1)].emplace_back(pdu.begin() + 3, pdu.end());
+    }
+
+    int socket_;
+    std::chrono::milliseconds patience_;
+    bool hungUp_ = false;
+    std::map<uint16_t, std::vector<Bytes>> notifications_;
+};
 
 }  // namespace simtest
