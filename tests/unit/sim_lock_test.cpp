@@ -4,7 +4,9 @@
 
 #include <set>
 
+#include "aes256_cbc.h"
 #include "auth_key.h"
+#include "sealed_block.h"
 #include "sim_test_host.h"
 
 namespace {
@@ -16,6 +18,28 @@ sim::SimulatedDeviceConfig locked(std::string user, std::string master, uint8_t 
     config.userPassword = std::move(user);
     config.masterPassword = std::move(master);
     return config;
+}
+
+/// The sealed block a host answers `challenge` with to prove it knows `key`.
+Bytes seal(Bytes const& challenge, Zelmor::AuthKey const& key) {
+    Bytes block(80, 0);
+    for (size_t i = 0; i < 16; ++i) block[i] = static_cast<uint8_t>(0xA0 + i);
+    std::memcpy(block.data() + 16, challenge.data(), 32);
+    std::memcpy(block.data() + 48, key.data(), 32);
+    Aes256Cbc cipher;
+    cipher.init(kSharedAuthenticationKey);
+    Aes256Cbc::Iv iv;
+    for (size_t i = 0; i < iv.size(); ++i) iv[i] = static_cast<uint8_t>(0x31 * (i + 1));
+    cipher.setIv(iv.data());
+    cipher.encrypt(block.data(), block.size());
+    return block;
+}
+
+/// The second step of a lock exchange with `key`, after asking for a challenge.
+uint16_t lockStep(TestHost& host, uint16_t code, Zelmor::AuthKey const& key) {
+    Frame const challenge = host.call(0x30);
+    EXPECT_EQ(challenge.payload.size(), 32u);
+    return host.call(code, seal(challenge.payload, key)).code;
 }
 
 // Open to everyone, and protected by the master password on top of the user
@@ -57,17 +81,17 @@ TEST(SimLock, EachLockGuardsItsCommands) {
 TEST(SimLock, ChallengeIsGoodForOneUseInItsSessionAndMustMatch) {
     Bench b(locked("user", ""));
     Zelmor::AuthKey const key = makeAuthKey("user");
-    Answer const challenge = b.host.call(0x30);
+    Frame const challenge = b.host.call(0x30);
     ASSERT_EQ(challenge.payload.size(), 32u);
     Bytes other = challenge.payload;
     other[0] ^= 1;
-    EXPECT_EQ(b.host.call(0x31, TestHost::seal(other, key)).code, 3);
+    EXPECT_EQ(b.host.call(0x31, seal(other, key)).code, 3);
     // The failed attempt spent the challenge.
-    EXPECT_EQ(b.host.call(0x31, TestHost::seal(challenge.payload, key)).code, 3);
+    EXPECT_EQ(b.host.call(0x31, seal(challenge.payload, key)).code, 3);
 
-    Answer const second = b.host.call(0x30);
+    Frame const second = b.host.call(0x30);
     EXPECT_NE(second.payload, challenge.payload);
-    Bytes const good = TestHost::seal(second.payload, key);
+    Bytes const good = seal(second.payload, key);
     TestHost stranger(b.device);
     EXPECT_EQ(stranger.call(0x31, good).code, 3);
     EXPECT_EQ(b.host.call(0x31, good).code, 0);
@@ -80,23 +104,23 @@ TEST(SimLock, ChallengeIsGoodForOneUseInItsSessionAndMustMatch) {
 TEST(SimLock, LevelsOfUnlocking) {
     Bench b;
     Zelmor::AuthKey const user = makeAuthKey("user");
-    EXPECT_EQ(b.host.lockStep(0x31, makeAuthKey("")).code, 6);  // nothing to unlock
-    EXPECT_EQ(b.host.lockStep(0x33, user).code, 0);
+    EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("")), 6);  // nothing to unlock
+    EXPECT_EQ(lockStep(b.host, 0x33, user), 0);
     EXPECT_EQ(b.host.call(0x04).code, 0);
-    EXPECT_EQ(b.host.lockStep(0x34, makeAuthKey("master")).code, 0);
+    EXPECT_EQ(lockStep(b.host, 0x34, makeAuthKey("master")), 0);
 
     TestHost host(b.device);
-    EXPECT_EQ(host.lockStep(0x34, makeAuthKey("x")).code, 4);
-    EXPECT_EQ(host.lockStep(0x31, user).code, 0);
+    EXPECT_EQ(lockStep(host, 0x34, makeAuthKey("x")), 4);
+    EXPECT_EQ(lockStep(host, 0x31, user), 0);
     EXPECT_EQ(host.call(0x35).code, 5);
-    EXPECT_EQ(host.lockStep(0x33, makeAuthKey("new")).code, 5);
-    EXPECT_EQ(host.lockStep(0x31, makeAuthKey("master")).code, 0);
+    EXPECT_EQ(lockStep(host, 0x33, makeAuthKey("new")), 5);
+    EXPECT_EQ(lockStep(host, 0x31, makeAuthKey("master")), 0);
     EXPECT_EQ(host.call(0x37).code, 0);
     EXPECT_EQ(host.call(0x35).payload, Bytes(32, 0));
     TestHost other(b.device);
     EXPECT_EQ(other.call(0x04).code, 0);
     EXPECT_EQ(other.call(0x14, {1}).code, 5);
-    EXPECT_EQ(host.lockStep(0x33, user).code, 0);
+    EXPECT_EQ(lockStep(host, 0x33, user), 0);
     EXPECT_EQ(host.call(0x36).code, 0);
     EXPECT_EQ(other.call(0x14, {1}).code, 0);
     sim::DeviceSnapshot const s = b.device.snapshot();
@@ -116,9 +140,9 @@ TEST(SimLock, LockStatusByModel) {
         SCOPED_TRACE(int(c.revision));
         Bench b(locked("user", "master", c.revision));
         EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.locked | c.masterSet);
-        EXPECT_EQ(b.host.lockStep(0x31, makeAuthKey("user")).code, 0);
+        EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("user")), 0);
         EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.masterSet);
-        EXPECT_EQ(b.host.lockStep(0x31, makeAuthKey("master")).code, 0);
+        EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("master")), 0);
         EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.masterSet);
     }
 }

@@ -20,7 +20,7 @@ struct Listed {
 };
 
 std::vector<Listed> page(TestHost& host, uint8_t first) {
-    Answer const a = host.call(0x40, {first});
+    Frame const a = host.call(0x40, {first});
     EXPECT_EQ(a.code, 0);
     EXPECT_EQ(a.payload.size() % 8, 0u);
     std::vector<Listed> files;
@@ -68,7 +68,7 @@ TEST(SimLog, GrowsByOneRecordPerIntervalInDayFiles) {
         ASSERT_EQ(files.size(), c.files);
         for (size_t i = 0; i < files.size(); ++i) {
             EXPECT_EQ(files[i].id, files[0].id + i);
-            Answer const content = b.host.call(0x44, readRequest(files[i].id, 0, files[i].size));
+            Frame const content = b.host.call(0x44, readRequest(files[i].id, 0, files[i].size));
             std::vector<LogRecord> records;
             decodeLogRecords(c.revision, content.payload.data(), content.payload.size(), records);
             ASSERT_EQ(records.size() * recordSize, files[i].size);
@@ -124,7 +124,7 @@ TEST(SimLog, ReadRangesAreClippedToTheFileAnd128KiB) {
          {Case{0, 10, 0, 10}, Case{5, 0, 5, 5}, Case{17, 36, 17, 53}, Case{size - 5, 100, size - 5, size},
           Case{size, 10, size, size}, Case{size + 1000, 1, 0, 0}, Case{100, 0xFFFFFFFF, 100, 100 + cap},
           Case{size - cap, cap, size - cap, size}, Case{0xFFFFFFFF, 0xFFFFFFFF, 0, 0}}) {
-        Answer const a = b.host.call(0x44, readRequest(file.id, c.offset, c.length));
+        Frame const a = b.host.call(0x44, readRequest(file.id, c.offset, c.length));
         EXPECT_EQ(a.code, 0);
         EXPECT_EQ(a.payload, Bytes(whole.begin() + c.begin, whole.begin() + c.end)) << c.offset << " " << c.length;
     }
