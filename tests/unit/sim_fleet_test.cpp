@@ -2,6 +2,8 @@
 // the defaults, and the loopback addresses the devices take.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "fleet_plan.h"
 
 namespace {
@@ -16,22 +18,13 @@ TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
         defaults);
     ASSERT_TRUE(r.plan.has_value()) << r.error;
     sim::DevicePlan const& d = *r.plan;
-    EXPECT_EQ(d.hardwareRevision, 0x41);
-    EXPECT_EQ(d.name, "Cabin bank");
-    EXPECT_EQ(d.serial, 0x5A4C00000000BEEFu);
-    EXPECT_EQ(d.userPassword, "bilge");
-    EXPECT_EQ(d.masterPassword, "keel");
-    EXPECT_EQ(d.logIntervalSeconds, 1u);
-    EXPECT_EQ(d.historyDays, 5u);
-    EXPECT_EQ(d.seed, 7u);
-    EXPECT_EQ(d.faults.dropFraction, 0.25);
-    EXPECT_EQ(d.faults.corruptFraction, 0.5);
-    EXPECT_EQ(d.faults.answerDelayMs, 30u);
-    EXPECT_EQ(d.faults.delayFraction, 1.0);
-    EXPECT_EQ(d.faults.closeAfterBytes, 4096u);
-    EXPECT_EQ(d.faults.bytesPerSecond, 1000u);
-    EXPECT_TRUE(d.faults.stalled);
-    EXPECT_FALSE(d.announced);
+    EXPECT_EQ(std::tie(d.hardwareRevision, d.name, d.serial, d.userPassword, d.masterPassword, d.logIntervalSeconds,
+                       d.historyDays, d.seed, d.announced),
+              std::make_tuple(0x41, "Cabin bank", 0x5A4C00000000BEEFu, "bilge", "keel", 1u, 5u, 7u, false));
+    sim::FaultSettings const& f = d.faults;
+    EXPECT_EQ(std::tie(f.dropFraction, f.corruptFraction, f.answerDelayMs, f.delayFraction, f.closeAfterBytes,
+                       f.bytesPerSecond, f.stalled),
+              std::make_tuple(0.25, 0.5, 30u, 1.0, 4096u, 1000u, true));
 
     // A share of delayed answers without a delay holds them back the default time.
     sim::DevicePlanResult const delayed = sim::parseDevicePlan("K,delay=0.5", defaults);

@@ -1,24 +1,39 @@
-// Passwords: the lock exchange built by hand, and which commands each lock
-// protects.
+// Passwords: the lock exchange built by hand, which commands each lock
+// protects, and what each level of unlocking allows.
 #include <gtest/gtest.h>
 
 #include <set>
 
+#include "aes256_cbc.h"
 #include "auth_key.h"
+#include "sealed_block.h"
 #include "sim_test_host.h"
 
 namespace {
 
 using namespace simtest;
 
-constexpr size_t kWifiLockOffset = 76;
-
-sim::SimulatedDeviceConfig lockedConfig(ManualClock const& clock, std::string user, std::string master,
-                                        uint8_t revision = 0x41) {
-    sim::SimulatedDeviceConfig config = configFor(revision, clock);
+sim::SimulatedDeviceConfig locked(std::string user, std::string master, uint8_t revision = 0x41) {
+    sim::SimulatedDeviceConfig config = model(revision);
     config.userPassword = std::move(user);
     config.masterPassword = std::move(master);
     return config;
+}
+
+/// The sealed block a host answers `challenge` with to prove it knows `key`.
+Bytes seal(Bytes const& challenge, Zelmor::AuthKey const& key) {
+    Aes256Cbc authentication;
+    authentication.init(kSharedAuthenticationKey);
+    SealedBlock block;
+    EXPECT_TRUE(sealBlock(authentication, challenge.data(), key, block));
+    return Bytes(block.begin(), block.end());
+}
+
+/// The second step of a lock exchange with `key`, after asking for a challenge.
+uint16_t lockStep(TestHost& host, uint16_t code, Zelmor::AuthKey const& key) {
+    Frame const challenge = host.call(0x30);
+    EXPECT_EQ(challenge.payload.size(), 32u);
+    return host.call(code, seal(challenge.payload, key)).code;
 }
 
 // Open to everyone, and protected by the master password on top of the user
@@ -39,11 +54,9 @@ size_t minimumLength(uint16_t code) {
 // other code is an invalid request.
 TEST(SimLock, EachLockGuardsItsCommands) {
     for (bool const masterOnly : {false, true}) {
-        ManualClock clock;
-        sim::SimulatedDevice device(lockedConfig(clock, masterOnly ? "" : "user", masterOnly ? "master" : ""));
-        TestHost host(device);
+        Bench b(locked(masterOnly ? "" : "user", masterOnly ? "master" : ""));
         for (uint16_t code = 0; code <= 0xFF; ++code) {
-            uint16_t const got = host.call(code, Bytes(minimumLength(code), 0)).code;
+            uint16_t const got = b.host.call(code, Bytes(minimumLength(code), 0)).code;
             SCOPED_TRACE(testing::Message() << (masterOnly ? "master" : "user") << " lock, code " << code);
             if (!kOpen.count(code) && !kUser.count(code) && !kMaster.count(code)) {
                 EXPECT_EQ(got, 1);
@@ -59,90 +72,51 @@ TEST(SimLock, EachLockGuardsItsCommands) {
     }
 }
 
-TEST(SimLock, UserPasswordExchange) {
-    ManualClock clock;
-    sim::SimulatedDevice device(configFor(0x41, clock));
-    Zelmor::AuthKey const key = makeAuthKey("correct horse");
-    TestHost owner(device);
-    EXPECT_EQ(owner.lockStep(0x31, makeAuthKey("")).code, 6);  // nothing to unlock
-    EXPECT_EQ(owner.lockStep(0x33, key).code, 0);
-    // Setting the lock leaves the session that set it unlocked.
-    EXPECT_EQ(owner.call(0x04).code, 0);
-    EXPECT_EQ(owner.call(0x01).payload[kWifiLockOffset], 0x00);
-
-    TestHost visitor(device);
-    EXPECT_EQ(visitor.call(0x01).payload[kWifiLockOffset], 0x10);
-    EXPECT_EQ(visitor.lockStep(0x31, makeAuthKey("wrong")).code, 6);
-    EXPECT_EQ(visitor.call(0x04).code, 4);
-    EXPECT_EQ(visitor.lockStep(0x31, key).code, 0);
-    EXPECT_EQ(visitor.call(0x04).code, 0);
-}
-
 TEST(SimLock, ChallengeIsGoodForOneUseInItsSessionAndMustMatch) {
-    ManualClock clock;
-    sim::SimulatedDevice device(lockedConfig(clock, "user", ""));
+    Bench b(locked("user", ""));
     Zelmor::AuthKey const key = makeAuthKey("user");
-    TestHost host(device);
-    EXPECT_EQ(host.call(0x31, TestHost::seal(Bytes(32, 0), key)).code, 3);  // no challenge asked for yet
-
-    Answer const challenge = host.call(0x30);
+    Frame const challenge = b.host.call(0x30);
     ASSERT_EQ(challenge.payload.size(), 32u);
     Bytes other = challenge.payload;
     other[0] ^= 1;
-    EXPECT_EQ(host.call(0x31, TestHost::seal(other, key)).code, 3);
+    EXPECT_EQ(b.host.call(0x31, seal(other, key)).code, 3);
     // The failed attempt spent the challenge.
-    EXPECT_EQ(host.call(0x31, TestHost::seal(challenge.payload, key)).code, 3);
+    EXPECT_EQ(b.host.call(0x31, seal(challenge.payload, key)).code, 3);
 
-    Answer const second = host.call(0x30);
+    Frame const second = b.host.call(0x30);
     EXPECT_NE(second.payload, challenge.payload);
-    Bytes const good = TestHost::seal(second.payload, key);
-    TestHost stranger(device);
+    Bytes const good = seal(second.payload, key);
+    TestHost stranger(b.device);
     EXPECT_EQ(stranger.call(0x31, good).code, 3);
-    EXPECT_EQ(host.call(0x31, good).code, 0);
-    EXPECT_EQ(host.call(0x31, good).code, 3);
+    EXPECT_EQ(b.host.call(0x31, good).code, 0);
+    EXPECT_EQ(b.host.call(0x31, good).code, 3);
 }
 
-TEST(SimLock, MasterPasswordLevels) {
-    ManualClock clock;
-    sim::SimulatedDevice device(configFor(0x41, clock));
+// The session that sets a lock stays unlocked; the user password does not
+// reach what the master password guards; clearing the user password leaves
+// the master one guarding the changes; resetting the key clears both.
+TEST(SimLock, LevelsOfUnlocking) {
+    Bench b;
     Zelmor::AuthKey const user = makeAuthKey("user");
-    {
-        TestHost owner(device);
-        EXPECT_EQ(owner.lockStep(0x33, user).code, 0);
-        EXPECT_EQ(owner.lockStep(0x34, makeAuthKey("master")).code, 0);
-    }
-    TestHost host(device);
-    EXPECT_EQ(host.lockStep(0x34, makeAuthKey("x")).code, 4);
-    EXPECT_EQ(host.lockStep(0x31, user).code, 0);
+    EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("")), 6);  // nothing to unlock
+    EXPECT_EQ(lockStep(b.host, 0x33, user), 0);
+    EXPECT_EQ(b.host.call(0x04).code, 0);
+    EXPECT_EQ(lockStep(b.host, 0x34, makeAuthKey("master")), 0);
+
+    TestHost host(b.device);
+    EXPECT_EQ(lockStep(host, 0x34, makeAuthKey("x")), 4);
+    EXPECT_EQ(lockStep(host, 0x31, user), 0);
     EXPECT_EQ(host.call(0x35).code, 5);
-    EXPECT_EQ(host.lockStep(0x33, makeAuthKey("new")).code, 5);
-
-    EXPECT_EQ(host.lockStep(0x31, makeAuthKey("master")).code, 0);
-    Answer const authKey = host.call(0x35);
-    EXPECT_EQ(authKey.code, 0);
-    EXPECT_EQ(authKey.payload, Bytes(user.begin(), user.end()));
-
-    // Clearing the user password leaves the master one guarding the changes.
+    EXPECT_EQ(lockStep(host, 0x33, makeAuthKey("new")), 5);
+    EXPECT_EQ(lockStep(host, 0x31, makeAuthKey("master")), 0);
     EXPECT_EQ(host.call(0x37).code, 0);
     EXPECT_EQ(host.call(0x35).payload, Bytes(32, 0));
-    TestHost other(device);
+    TestHost other(b.device);
     EXPECT_EQ(other.call(0x04).code, 0);
     EXPECT_EQ(other.call(0x14, {1}).code, 5);
-    EXPECT_EQ(host.call(0x38).code, 0);
-    EXPECT_EQ(other.call(0x14, {1}).code, 0);
-    EXPECT_FALSE(device.snapshot().masterPasswordSet);
-}
-
-TEST(SimLock, ResetAuthKeyClearsBothPasswords) {
-    ManualClock clock;
-    sim::SimulatedDevice device(lockedConfig(clock, "u", "m", 0x10));
-    TestHost host(device);
-    EXPECT_EQ(host.lockStep(0x31, makeAuthKey("m")).code, 0);
+    EXPECT_EQ(lockStep(host, 0x33, user), 0);
     EXPECT_EQ(host.call(0x36).code, 0);
-    sim::DeviceSnapshot const s = device.snapshot();
-    EXPECT_FALSE(s.userPasswordSet);
-    EXPECT_FALSE(s.masterPasswordSet);
-    EXPECT_EQ(TestHost(device).call(0x14, {1}).code, 0);
+    EXPECT_EQ(other.call(0x14, {1}).code, 0);
 }
 
 // The lock status shows whether the session is still locked and whether a
@@ -153,17 +127,14 @@ TEST(SimLock, LockStatusByModel) {
         size_t offset;
         uint8_t locked, masterSet;
     };
-    for (Case const c :
-         {Case{0x41, kWifiLockOffset, 0x10, 0x20}, Case{0x10, 43, 0x10, 0x20}, Case{0x21, 9, 0x01, 0x02}}) {
+    for (Case const c : {Case{0x41, 76, 0x10, 0x20}, Case{0x10, 43, 0x10, 0x20}, Case{0x21, 9, 0x01, 0x02}}) {
         SCOPED_TRACE(int(c.revision));
-        ManualClock clock;
-        sim::SimulatedDevice device(lockedConfig(clock, "user", "master", c.revision));
-        TestHost host(device);
-        EXPECT_EQ(host.call(0x01).payload[c.offset], c.locked | c.masterSet);
-        EXPECT_EQ(host.lockStep(0x31, makeAuthKey("user")).code, 0);
-        EXPECT_EQ(host.call(0x01).payload[c.offset], c.masterSet);
-        EXPECT_EQ(host.lockStep(0x31, makeAuthKey("master")).code, 0);
-        EXPECT_EQ(host.call(0x01).payload[c.offset], c.masterSet);
+        Bench b(locked("user", "master", c.revision));
+        EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.locked | c.masterSet);
+        EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("user")), 0);
+        EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.masterSet);
+        EXPECT_EQ(lockStep(b.host, 0x31, makeAuthKey("master")), 0);
+        EXPECT_EQ(b.host.call(0x01).payload[c.offset], c.masterSet);
     }
 }
 

@@ -1,25 +1,19 @@
-// A hand-written host for driving simulated device sessions in tests: it
-// builds request frames byte by byte and takes the device's answers apart,
-// without the application's own frame code.
+// What the simulator's unit suites drive a device with: a clock that moves
+// only when told to, and a host that builds request frames byte by byte and
+// takes the device's answers apart without the application's own frame code.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <string>
 #include <vector>
 
-#include "aes256_cbc.h"
 #include "byte_io.h"
 #include "cobs.h"
-#include "crc16.h"
-#include "sealed_block.h"
 #include "simulated_device.h"
 
 namespace simtest {
@@ -43,6 +37,13 @@ private:
     std::shared_ptr<std::atomic<int64_t>> now_;
 };
 
+inline sim::SimulatedDeviceConfig model(uint8_t revision, uint16_t firmware = 0x0132) {
+    sim::SimulatedDeviceConfig config;
+    config.hardwareRevision = revision;
+    config.firmwareVersion = firmware;
+    return config;
+}
+
 inline Bytes header(uint16_t code, uint16_t sequence, Bytes const& payload) {
     Bytes frame;
     ByteWriter(frame)
@@ -59,175 +60,6 @@ inline Bytes lineCode(Bytes const& frame) {
     return out;
 }
 
-/// One frame as the host sees it.
-struct Frame {
-    uint16_t code = 0;
-    uint16_t sequence = 0;
-    Bytes payload;
-};
-
-/// The answer to one request, continuation frames joined.
-struct Answer {
-    uint16_t code = 0xFFFF;
-    Bytes payload;
-    std::vector<Frame> notifications;
-};
-
-inline Bytes cobsBody(Bytes const& encoded) {
-    EXPECT_GE(encoded.size(), 2u);
-    EXPECT_EQ(encoded.front(), 0);
-    EXPECT_EQ(encoded.back(), 0);
-    Bytes frame(encoded.size());
-    auto n = cobsDecode(encoded.data() + 1, encoded.size() - 2, frame.data());
-    EXPECT_TRUE(n.has_value());
-    frame.resize(n.value_or(0));
-    return frame;
-}
-
-inline std::optional<Frame> parsePlain(Bytes const& frame, size_t trailer = 0) {
-    if (frame.size() < 6) return std::nullopt;
-    Frame f{readLe<uint16_t>(frame.data()), readLe<uint16_t>(frame.data() + 2), {}};
-    size_t const length = readLe<uint16_t>(frame.data() + 4);
-    if (frame.size() < 6 + length + trailer) return std::nullopt;
-    f.payload.assign(frame.begin() + 6, frame.begin() + 6 + static_cast<std::ptrdiff_t>(length));
-    return f;
-}
-
-/// A host on one session. In hub mode it sends the hello and runs its own
-/// CBC chains; its first frame reaches the device garbled and its first
-/// answer reaches the host garbled, as on the real link.
-class TestHost {
-public:
-    /// In hub mode the hello goes out in pieces of `helloChunk` bytes.
-    explicit TestHost(sim::SimulatedDevice& device, sim::SessionMode mode = sim::SessionMode::Plain,
-                      std::optional<Zelmor::WifiAccessKey> key = std::nullopt, size_t helloChunk = 17) {
-        // The device hands over several frames at once; keep them one by one.
-        session_ = device.openSession(mode, [this](uint8_t const* data, size_t length) {
-            for (size_t start = 0; start < length;) {
-                uint8_t const* end = static_cast<uint8_t const*>(std::memchr(data + start + 1, 0, length - start - 1));
-                size_t const next = end ? static_cast<size_t>(end - data) + 1 : length;
-                received_.emplace_back(data + start, data + next);
-                start = next;
-            }
-        });
-        if (mode == sim::SessionMode::Hub) {
-            Zelmor::WifiAccessKey const k = key.value_or(device.accessKey());
-            Bytes hello{0x02};
-            hello.insert(hello.end(), k.keyId.begin(), k.keyId.end());
-            for (size_t at = 0; at < hello.size(); at += helloChunk)
-                session_->receive(hello.data() + at, std::min(helloChunk, hello.size() - at));
-            encrypt_.init(k.key);
-            Aes256Cbc::Iv iv;
-            iv.fill(0x5C);
-            encrypt_.setIv(iv.data());
-            decrypt_.init(k.key);
-            decrypt_.setIv(nullptr);
-            encrypted_ = true;
-        }
-    }
-
-    sim::DeviceSession& session() { return *session_; }
-
-    /// The encoded bytes of a request as this host puts them on the link.
-    Bytes encode(uint16_t code, uint16_t sequence, Bytes const& payload) {
-        Bytes frame = header(code, sequence, payload);
-        if (encrypted_) {
-            frame.resize((payload.size() + 23) & ~size_t{15}, 0);
-            writeLe<uint16_t>(frame.data() + frame.size() - 2, crc16Kermit(frame.data(), frame.size() - 2));
-            encrypt_.encrypt(frame.data(), frame.size());
-        }
-        return lineCode(frame);
-    }
-
-    /// Sends bytes as they are; received() then holds what they brought back.
-    void sendRaw(Bytes const& bytes) {
-        received_.clear();
-        session_->receive(bytes.data(), bytes.size());
-    }
-
-    /// Sends a request and returns the frames it brought back, decoded.
-    std::vector<std::optional<Frame>> exchange(uint16_t code, Bytes const& payload = {}) {
-        sendRaw(encode(code, ++sequence_, payload));
-        std::vector<std::optional<Frame>> frames;
-        for (Bytes const& encoded : received_) frames.push_back(decodeAnswer(encoded));
-        return frames;
-    }
-
-    /// Sends a request and joins its answer.
-    Answer call(uint16_t code, Bytes const& payload = {}) {
-        Answer answer;
-        for (std::optional<Frame> const& f : exchange(code, payload)) {
-            EXPECT_TRUE(f.has_value());
-            if (!f) continue;
-            if (f->code == sim::kNotificationCode) {
-                EXPECT_EQ(f->sequence, 0);
-                answer.notifications.push_back(*f);
-                continue;
-            }
-            EXPECT_EQ(f->sequence, sequence_);
-            answer.payload.insert(answer.payload.end(), f->payload.begin(), f->payload.end());
-            if (f->code != sim::kContinuationCode) answer.code = f->code;
-        }
-        return answer;
-    }
-
-    /// Sends the three throwaway frames that bring the two CBC chains in step.
-    void synchronise() {
-        for (int i = 0; i < 3; ++i) exchange(0);
-    }
-
-    std::optional<Frame> decodeAnswer(Bytes const& encoded) {
-        Bytes frame = cobsBody(encoded);
-        if (!encrypted_) return parsePlain(frame);
-        if (frame.empty() || frame.size() % 16 != 0) return std::nullopt;
-        decrypt_.decrypt(frame.data(), frame.size());
-        if (readLe<uint16_t>(frame.data() + frame.size() - 2) != crc16Kermit(frame.data(), frame.size() - 2))
-            return std::nullopt;
-        return parsePlain(frame, 2);
-    }
-
-    std::vector<Bytes> const& received() const { return received_; }
-    uint16_t sequence() const { return sequence_; }
-
-    /// The second step of a lock exchange for `password`, after asking for a challenge.
-    Answer lockStep(uint16_t code, Zelmor::AuthKey const& key) {
-        Answer challenge = call(0x30);
-        EXPECT_EQ(challenge.code, 0);
-        EXPECT_EQ(challenge.payload.size(), 32u);
-        return call(code, seal(challenge.payload, key));
-    }
-
-    static Bytes seal(Bytes const& challenge, Zelmor::AuthKey const& key) {
-        Bytes block(80, 0);
-        for (size_t i = 0; i < 16; ++i) block[i] = static_cast<uint8_t>(0xA0 + i);
-        std::memcpy(block.data() + 16, challenge.data(), 32);
-        std::memcpy(block.data() + 48, key.data(), 32);
-        Aes256Cbc cipher;
-        cipher.init(kSharedAuthenticationKey);
-        Aes256Cbc::Iv iv;
-        for (size_t i = 0; i < iv.size(); ++i) iv[i] = static_cast<uint8_t>(0x31 * (i + 1));
-        cipher.setIv(iv.data());
-        cipher.encrypt(block.data(), block.size());
-        return block;
-    }
-
-private:
-    std::unique_ptr<sim::DeviceSession> session_;
-    std::vector<Bytes> received_;
-    uint16_t sequence_ = 0;
-    bool encrypted_ = false;
-    Aes256Cbc encrypt_;
-    Aes256Cbc decrypt_;
-};
-
-inline sim::SimulatedDeviceConfig configFor(uint8_t revision, ManualClock const& clock, uint16_t firmware = 0x0132) {
-    sim::SimulatedDeviceConfig config;
-    config.hardwareRevision = revision;
-    config.firmwareVersion = firmware;
-    config.clock = clock.function();
-    return config;
-}
-
 inline Bytes u32(uint32_t value) {
     Bytes out;
     ByteWriter(out).write<uint32_t>(value);
@@ -238,6 +70,108 @@ inline Bytes concat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (Bytes const& p : parts) out.insert(out.end(), p.begin(), p.end());
     return out;
+}
+
+/// One frame as the host sees it; for a whole answer, its frames joined.
+struct Frame {
+    uint16_t code = 0xFFFF;
+    uint16_t sequence = 0;
+    Bytes payload;
+};
+
+/// A frame as the host sees it, line coding undone; nothing when it is not whole.
+inline std::optional<Frame> decodeFrame(Bytes const& encoded) {
+    if (encoded.size() < 2 || encoded.front() != 0 || encoded.back() != 0) return std::nullopt;
+    Bytes frame(encoded.size());
+    frame.resize(cobsDecode(encoded.data() + 1, encoded.size() - 2, frame.data()).value_or(0));
+    if (frame.size() < 6 || frame.size() < 6u + readLe<uint16_t>(frame.data() + 4)) return std::nullopt;
+    return Frame{readLe<uint16_t>(frame.data()), readLe<uint16_t>(frame.data() + 2),
+                 Bytes(frame.begin() + 6, frame.begin() + 6 + readLe<uint16_t>(frame.data() + 4))};
+}
+
+/// A host on one plain session.
+class TestHost {
+public:
+    explicit TestHost(sim::SimulatedDevice& device) {
+        // The device hands over several frames at once; keep them one by one.
+        session_ = device.openSession(sim::SessionMode::Plain, [this](uint8_t const* data, size_t length) {
+            for (size_t start = 0; start < length;) {
+                uint8_t const* end = static_cast<uint8_t const*>(std::memchr(data + start + 1, 0, length - start - 1));
+                size_t const next = end ? static_cast<size_t>(end - data) + 1 : length;
+                received_.emplace_back(data + start, data + next);
+                start = next;
+            }
+        });
+    }
+
+    /// Sends bytes as they are; received() then holds the frames they brought back.
+    void sendRaw(Bytes const& bytes) {
+        received_.clear();
+        session_->receive(bytes.data(), bytes.size());
+    }
+    std::vector<Bytes> const& received() const { return received_; }
+
+    /// Sends a request and returns the frames it brought back, decoded.
+    std::vector<Frame> exchange(uint16_t code, Bytes const& payload = {}) {
+        sendRaw(lineCode(header(code, ++sequence_, payload)));
+        std::vector<Frame> frames;
+        for (Bytes const& encoded : received_) {
+            std::optional<Frame> const frame = decodeFrame(encoded);
+            EXPECT_TRUE(frame.has_value());
+            if (frame) frames.push_back(*frame);
+        }
+        return frames;
+    }
+
+    /// Sends a request and joins its answer; notifications after it are not part of it.
+    Frame call(uint16_t code, Bytes const& payload = {}) {
+        Frame answer;
+        for (Frame const& f : exchange(code, payload)) {
+            if (f.code == sim::kNotificationCode) continue;
+            EXPECT_EQ(f.sequence, sequence_);
+            answer.payload.insert(answer.payload.end(), f.payload.begin(), f.payload.end());
+            if (f.code != sim::kContinuationCode) answer.code = f.code;
+        }
+        return answer;
+    }
+    uint16_t sequence() const { return sequence_; }
+
+private:
+    std::unique_ptr<sim::DeviceSession> session_;
+    std::vector<Bytes> received_;
+    uint16_t sequence_ = 0;
+};
+
+inline sim::SimulatedDeviceConfig onClock(sim::SimulatedDeviceConfig config, ManualClock const& clock) {
+    config.clock = clock.function();
+    return config;
+}
+
+/// A fresh device on a clock of its own, and a plain session on it.
+struct Bench {
+    explicit Bench(uint8_t revision = 0x41, uint16_t firmware = 0x0132) : Bench(model(revision, firmware)) {}
+    explicit Bench(sim::SimulatedDeviceConfig config, int64_t start = kStartTime)
+        : clock(start), device(onClock(std::move(config), clock)) {}
+    ManualClock clock;
+    sim::SimulatedDevice device;
+    TestHost host{device};
+};
+
+/// One request of a script and the code it must be answered with.
+struct Step {
+    uint16_t code;
+    Bytes payload;
+    uint16_t answer;
+};
+
+/// Runs the steps in order on one session; a refused request is answered with its code alone.
+inline void runScript(TestHost& host, std::vector<Step> const& steps) {
+    for (Step const& s : steps) {
+        SCOPED_TRACE(testing::Message() << "code " << s.code << ", " << s.payload.size() << " bytes");
+        Frame const answer = host.call(s.code, s.payload);
+        EXPECT_EQ(answer.code, s.answer);
+        EXPECT_TRUE(s.answer == 0 || answer.payload.empty());
+    }
 }
 
 }  // namespace simtest
