@@ -81,6 +81,14 @@ public:
         return std::make_from_tuple<std::pair<Code, Record>>(result.get());
     }
 
+    /// The record of a request that must succeed.
+    template <class Record>
+    Record ok(void (E::*request)(Zelmor::RecordCallback<Record>)) {
+        auto [code, value] = record(request);
+        EXPECT_EQ(code, Code::Success);
+        return value;
+    }
+
     template <class... Params, class... Args>
     std::pair<Code, std::vector<uint8_t>> bytes(void (E::*request)(Params...), Args... args) {
         CallbackResult<Code, std::vector<uint8_t>> result;
@@ -105,28 +113,24 @@ TEST_P(EngineDevice, ReadsInformationLiveDataAndStatistics) {
     Link link(GetParam());
     EXPECT_EQ(link.engine.isDirectConnection(), !GetParam());
 
-    auto [infoCode, info] = link.record(&E::requestGetInfo);
-    ASSERT_EQ(infoCode, Code::Success);
+    auto const info = link.ok(&E::requestGetInfo);
     EXPECT_EQ(std::tie(info.name, info.serial, info.firmwareVersion, info.hardwareRevision, info.wifiNetwork),
               std::make_tuple("Cabin bank", 0x00A1B2C3D4E5F607u, 0x0132, 0x41, "HarbourNet"));
     EXPECT_EQ(link.engine.getDeviceInfo().serial, info.serial);
 
-    auto [code, live] = link.record(&E::requestGetMonitorData);
-    ASSERT_EQ(code, Code::Success);
+    auto const live = link.ok(&E::requestGetMonitorData);
     auto const readings = [](auto const& m) {
         return std::tie(m.time, m.voltage1, m.voltage2, m.current, m.power, m.temperature, m.coulombMeter,
                         m.energyMeter, m.stateOfCharge, m.runtime, m.rssi);
     };
     EXPECT_EQ(readings(live), readings(link.device.readings()));
 
-    auto [statsCode, stats] = link.record(&E::requestGetStatistics);
-    ASSERT_EQ(statsCode, Code::Success);
+    auto const stats = link.ok(&E::requestGetStatistics);
     EXPECT_LE(stats.minVoltage1, live.voltage1);
     EXPECT_GE(stats.maxVoltage1, live.voltage1);
     EXPECT_GE(stats.timeSincePowerOn, 20u * 86400u);
 
-    auto [fgCode, fg] = link.record(&E::requestGetFgStatistics);
-    ASSERT_EQ(fgCode, Code::Success);
+    auto const fg = link.ok(&E::requestGetFgStatistics);
     EXPECT_FLOAT_EQ(fg.fullChargeCapacity, 200.0f);
     EXPECT_GT(fg.totalDischargedCapacity, 0u);
 }
@@ -142,9 +146,7 @@ TEST_P(EngineDevice, CommandsChangeTheDevice) {
     EXPECT_EQ(link.done(&E::requestSetTime, 1800000000u), Code::Success);
     EXPECT_EQ(link.device.snapshot().deviceTime, 1800000000u);
 
-    auto read = link.record(&E::requestGetConfig);
-    ASSERT_EQ(read.first, Code::Success);
-    ZelmorConfig config = read.second;
+    ZelmorConfig config = link.ok(&E::requestGetConfig);
     config.image()[10] ^= 0xFF;
     EXPECT_EQ(link.done(&E::requestSetConfig, config), Code::Success);
     EXPECT_EQ(link.record(&E::requestGetConfig).second, config);
@@ -158,8 +160,7 @@ TEST_P(EngineDevice, CommandsChangeTheDevice) {
     EXPECT_EQ(link.done(&E::requestCalibrateCurrent, 25.0f), Code::Success);
     EXPECT_EQ(link.done(&E::requestCalibrateCurrent, NAN), Code::InvalidParameter);
 
-    auto [liveCode, live] = link.record(&E::requestGetMonitorData);
-    ASSERT_EQ(liveCode, Code::Success);
+    auto const live = link.ok(&E::requestGetMonitorData);
     EXPECT_EQ(live.energyMeter, 0);
     EXPECT_EQ(live.coulombMeter, 0);
     EXPECT_EQ(live.stateOfCharge, 100);
@@ -180,8 +181,7 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
     morning.setEndMinute(30);
     EXPECT_EQ(link.done(&E::requestUpdateSchedule, 0u, morning), Code::Success);
     EXPECT_EQ(link.done(&E::requestUpdateSchedule, 7u, morning), Code::InvalidParameter);
-    auto [code, schedules] = link.record(&E::requestGetSchedules);
-    ASSERT_EQ(code, Code::Success);
+    auto const schedules = link.ok(&E::requestGetSchedules);
     ASSERT_EQ(schedules.size(), 2u);
     EXPECT_EQ(schedules[0].bytes(), morning.bytes());
     EXPECT_EQ(schedules[1].bytes(), evening.bytes());
@@ -201,8 +201,7 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
     EXPECT_EQ(unnamed, 0);
     EXPECT_EQ(link.done(&E::requestWifiConfigure, Zelmor::WifiNetwork{"Cabin AP", "pinecone", 3}), Code::Success);
     EXPECT_EQ(link.device.snapshot().wifiNetwork, "Cabin AP");
-    auto [netCode, networks] = link.record(&E::requestGetWifiNetworks);
-    ASSERT_EQ(netCode, Code::Success);
+    auto const networks = link.ok(&E::requestGetWifiNetworks);
     for (std::string const ssid : {"Marina guest", "Cabin AP"})
         EXPECT_TRUE(std::any_of(networks.begin(), networks.end(), [&](auto const& n) { return n.ssid == ssid; }))
             << ssid;
@@ -210,8 +209,7 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
     EXPECT_EQ(link.record(&E::requestGetWifiNetworks).second.size(), networks.size() - 1);
     EXPECT_EQ(link.done(&E::requestRemoveWifiNetwork, uint8_t{200}), Code::InvalidParameter);
 
-    auto [keyCode, key] = link.record(&E::requestGetAccessKeys);
-    ASSERT_EQ(keyCode, Code::Success);
+    auto const key = link.ok(&E::requestGetAccessKeys);
     EXPECT_EQ(key, link.device.accessKey());
     EXPECT_EQ(link.done(&E::requestResetAccessKeys), Code::Success);
     EXPECT_NE(link.record(&E::requestGetAccessKeys).second, key);
@@ -219,8 +217,7 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
 
 TEST_P(EngineDevice, PasswordLocks) {
     Link link(GetParam(), deviceConfig("bilge"));
-    auto [infoCode, info] = link.record(&E::requestGetInfo);
-    ASSERT_EQ(infoCode, Code::Success);
+    auto const info = link.ok(&E::requestGetInfo);
     EXPECT_TRUE(info.lockStatus & 0x10);
     EXPECT_EQ(link.record(&E::requestGetMonitorData).first, Code::LockedByUserPassword);
     EXPECT_EQ(link.done(&E::requestUnlock, makeAuthKey("bulge")), Code::PasswordRejected);
@@ -240,8 +237,7 @@ TEST_P(EngineDevice, PasswordLocks) {
 
 TEST_P(EngineDevice, LogFilesArePagedAndReadWhole) {
     Link link(GetParam());
-    auto [code, files] = link.record(&E::requestGetFileList);
-    ASSERT_EQ(code, Code::Success);
+    auto const files = link.ok(&E::requestGetFileList);
     auto const deviceFiles = link.device.logFiles();
     ASSERT_EQ(files.size(), deviceFiles.size());
     ASSERT_GT(files.size(), 16u) << "the listing must take more than one page";

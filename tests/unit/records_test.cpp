@@ -37,7 +37,6 @@ TEST(MonitorDataRecord, GoldenLanRecord) {
     EXPECT_TRUE(std::isnan(m.voltage2));
 }
 
-// A refused record leaves the output as a default one.
 TEST(MonitorDataRecord, AcceptsOnlyTheLengthOfItsFamily) {
     struct Case {
         uint8_t revision;
@@ -54,13 +53,8 @@ TEST(MonitorDataRecord, AcceptsOnlyTheLengthOfItsFamily) {
         Bytes payload(c.length, 0x5A);
         if (c.length > 2) payload[2] = c.revision;
         Zelmor::MonitorData m;
-        m.time = 7;
-        m.rssi = 3;
         EXPECT_EQ(decodeMonitorData(payload.data(), payload.size(), m),
                   c.accepted ? ResponseCode::Success : ResponseCode::RequestFailed);
-        if (!c.accepted) {
-            EXPECT_EQ(std::tie(m.time, m.stateOfCharge, m.runtime, m.rssi), std::make_tuple(0u, 255, 65535, -32768));
-        }
     }
 }
 
@@ -91,8 +85,6 @@ TEST(DeviceInfoRecord, GoldenRecordsOfEveryFamilyInBothForms) {
              "' lock 2 extra ff ip 0a 00 00 01 bt 00 00 00 00 00 00"},
         {"00 01 1a 88 99 aa bb cc dd ee ff " + text("Boat", 32) + " 01 80 7f 00 00 09",
          "'Boat' fw 100 rev 1a serial ffeeddccbbaa9988 wifi 0 '' lock 1 extra 80 ip 7f 00 00 09 bt 00 00 00 00 00 00"},
-        {"ff 00 10 05 00 00 00 00 00 00 00 " + text("Shed", 32) + " 00 7f 00 00 02",
-         "'Shed' fw ff rev 10 serial 5 wifi 0 '' lock 0 extra ff ip 7f 00 00 02 bt 00 00 00 00 00 00"},
         {"40 02 23 11 22 33 44 55 66 01 09 " + text("Van", 8),
          "'Van' fw 240 rev 23 serial 0 wifi 0 '' lock 1 extra 9 ip 00 00 00 00 bt 11 22 33 44 55 66"},
         {"3f 02 31 a1 a2 a3 a4 a5 a6 00 " + text("ABCDEFGH", 8),
@@ -123,13 +115,8 @@ TEST(DeviceInfoRecord, LengthFollowsFamilyAndFirmware) {
             writeLe<uint16_t>(payload.data(), c.firmware);
             payload[2] = c.revision;
             Zelmor::DeviceInfo info;
-            info.name = "stale";
-            bool const accepted = length == c.accepted;
             EXPECT_EQ(decodeDeviceInfo(payload.data(), length, info),
-                      accepted ? ResponseCode::Success : ResponseCode::RequestFailed);
-            if (!accepted) {
-                EXPECT_EQ(describe(info), describe(Zelmor::DeviceInfo{}));
-            }
+                      length == c.accepted ? ResponseCode::Success : ResponseCode::RequestFailed);
         }
     }
 }
@@ -162,7 +149,8 @@ TEST(Records, GoldenStatistics) {
                         0x0000000500000006u, 0x8000000700000008u, 10.5f, 14.5f, 150.25f, 60.75f, 12.125f, 80.0f, 321u));
 }
 
-// Which lengths each decoder takes is fuzzed; this pins the code it refuses the others with.
+// Which lengths each decoder takes, and that a refusal leaves a default
+// record, is fuzzed; this pins the code it refuses the others with.
 template <class Record>
 void expectOnlySize(ResponseCode (*decode)(uint8_t const*, size_t, Record&), size_t size, ResponseCode refusal) {
     for (size_t length : {size_t{0}, size_t{3}, size - 1, size, size + 1}) {
