@@ -46,20 +46,18 @@ TEST(EnterStringProblemTest, ConfirmationMustEqualTheEntry) {
     struct Case {
         std::string_view entry;
         std::string_view confirmation;
-        size_t maxLength;
         bool confirm;
         std::string problem;
     } const cases[] = {
-        {"secret", "secret", kUnlimited, true, ""},
-        {"secret", "", kUnlimited, true, kMismatch},
-        {"", "secret", kUnlimited, true, kMismatch},
-        {"secret", "secret ", kUnlimited, true, kMismatch},
-        {"\xC3\xA4", "a\xCC\x88", kUnlimited, true, kMismatch},  // looks alike, other characters
-        {"secret", "other", kUnlimited, false, ""},
+        {"secret", "secret", true, ""},
+        {"secret", "", true, kMismatch},
+        {"secret", "secret ", true, kMismatch},
+        {"\xC3\xA4", "a\xCC\x88", true, kMismatch},  // looks alike, other characters
+        {"secret", "other", false, ""},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(std::string(c.entry) + " / " + std::string(c.confirmation));
-        EXPECT_EQ(enterStringProblem(c.entry, c.confirmation, c.maxLength, c.confirm), c.problem);
+        EXPECT_EQ(enterStringProblem(c.entry, c.confirmation, kUnlimited, c.confirm), c.problem);
     }
 }
 

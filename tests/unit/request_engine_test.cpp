@@ -244,9 +244,7 @@ TEST(RequestEngine, FileListRefusedOnALaterPageGivesNoFiles) {
     auto const [code, files] = result.get();
     EXPECT_EQ(code, Code::RequestFailed);
     EXPECT_TRUE(files.empty());
-    auto const sent = device.sent();
-    ASSERT_EQ(sent.size(), 3u);
-    EXPECT_EQ(hex(sent[0].payload) + " " + hex(sent[1].payload) + " " + hex(sent[2].payload), "01 00 00");
+    EXPECT_EQ(device.sent().size(), 3u);
 }
 
 // After the information request, the transfer's start, blocks of the size
