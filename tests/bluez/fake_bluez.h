@@ -15,9 +15,7 @@
 
 /// BlueZ as python3-dbusmock's bluez5 template plays it, on a D-Bus daemon of
 /// the test binary's own that DBUS_SYSTEM_BUS_ADDRESS names: the real system
-/// bus is never used. The mock logs every call of an object's methods and
-/// emits PropertiesChanged for every property set through it. A call to it
-/// that fails throws std::runtime_error with the D-Bus error.
+/// bus is never used. A call to it that fails throws std::runtime_error.
 class FakeBlueZ {
 public:
     static constexpr char kAdapter[] = "/org/bluez/hci0";
@@ -44,7 +42,6 @@ public:
         dbus_message_get_args(reply.get(), nullptr, DBUS_TYPE_STRING, &path, DBUS_TYPE_INVALID);
         return path;
     }
-    /// Sets a property of hci0 or of a device.
     void setProperty(std::string const& path, std::string const& name, PropertyValue const& value) {
         char const* const interface = path == kAdapter ? kAdapterInterface : kDeviceInterface;
         call(path, kPropertiesInterface, "Set", {interface, name}, &value);
@@ -65,9 +62,10 @@ public:
         }
         return done;
     }
-    /// From now on hci0 refuses StartDiscovery with the D-Bus error `name`.
-    void refuseDiscovery(std::string const& name, std::string const& message) {
-        std::string const code = "raise dbus.exceptions.DBusException('" + message + "', name='" + name + "')";
+    /// From now on hci0 refuses StartDiscovery as not ready.
+    void refuseDiscovery() {
+        std::string const code =
+            "raise dbus.exceptions.DBusException('Resource Not Ready', name='org.bluez.Error.NotReady')";
         call(kAdapter, kMockInterface, "AddMethod", {kAdapterInterface, "StartDiscovery", "", "", code});
     }
 
@@ -86,7 +84,6 @@ private:
             bus_.readLine(std::chrono::duration_cast<std::chrono::milliseconds>(kStartLimit));
         if (!address || address->empty()) throw std::runtime_error("dbus-daemon gave no address: " + bus_.takeErrors());
         ::setenv("DBUS_SYSTEM_BUS_ADDRESS", address->c_str(), 1);
-        // The mock logs every call on its standard output, which adapterLog() reads.
         mock_ = std::make_unique<ChildProcess>("/usr/bin/python3",
                                                std::vector<std::string>{"-m", "dbusmock", "--system", "-t", "bluez5"});
         ScopedDBusError failure;
@@ -107,7 +104,7 @@ private:
         dbus_connection_unref(connection_);
     }
 
-    /// Calls `method` with `texts` as string arguments, then `value` as a variant.
+    /// `texts` go as strings, then `value` as a variant.
     DBusMessagePtr call(std::string const& path, char const* interface, char const* method,
                         std::vector<std::string> const& texts = {}, PropertyValue const* value = nullptr) {
         DBusMessagePtr request(dbus_message_new_method_call(kService, path.c_str(), interface, method));
