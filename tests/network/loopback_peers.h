@@ -1,6 +1,5 @@
-// The two kinds of peer the network tests put on a loopback address: a bare
-// TCP socket that moves exactly the bytes it is given, and the application's
-// own device connection, ZelmorImpl.
+// The peers the network tests put on a loopback address: a bare TCP socket
+// and the application's own device connection.
 #pragma once
 
 #include <arpa/inet.h>
@@ -28,9 +27,8 @@ inline uint32_t loopbackAddress(char const* address) {
     return a.s_addr;
 }
 
-/// A TCP socket that does less than a device or a host: a test sees the
-/// connection itself (where it closes, how many bytes came), not what a client
-/// library makes of it. Every wait gives up after 10 s of silence.
+/// A TCP socket that shows the connection itself: where it closes, how many
+/// bytes came. Every wait gives up after 10 s of silence.
 class RawSocket {
 public:
     static RawSocket listening(char const* address, uint16_t port) {
@@ -50,19 +48,16 @@ public:
         return s;
     }
     RawSocket(RawSocket&& other) noexcept : fd_(std::exchange(other.fd_, -1)), closed_(other.closed_) {}
-    RawSocket& operator=(RawSocket&&) = delete;
     ~RawSocket() {
         if (fd_ >= 0) ::close(fd_);
     }
 
-    /// The next connection to this listener.
     RawSocket accept() {
         pollfd p{fd_, POLLIN, 0};
         if (::poll(&p, 1, 10000) != 1) throw std::runtime_error("nobody connected");
         return RawSocket(::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC));
     }
 
-    /// Closes this end; the peer sees the connection end.
     void close() { ::close(std::exchange(fd_, -1)); }
 
     void send(std::vector<uint8_t> const& bytes) {
@@ -70,8 +65,7 @@ public:
             throw std::runtime_error("short write");
     }
 
-    /// Up to `count` bytes; fewer when the peer closes (closed() then tells)
-    /// or sends nothing for 10 s.
+    /// Up to `count` bytes; fewer when the peer closes or stays silent.
     std::vector<uint8_t> read(size_t count = SIZE_MAX) {
         std::vector<uint8_t> bytes;
         pollfd p{fd_, POLLIN, 0};
@@ -101,21 +95,19 @@ private:
     bool closed_ = false;
 };
 
-/// The application's device connection, its queue open for requests with a
-/// time-out of their own: a test that expects no answer need not wait the
-/// eight seconds a real request is given.
+/// The device connection with requests of a shorter time-out: a test that
+/// expects no answer need not wait the eight seconds a real request is given.
 class ShortWaitZelmor : public ZelmorImpl {
 public:
     using ZelmorImpl::ZelmorImpl;
 
-    /// Queues `command` with no payload; `done` gets the code it ends with.
     void request(uint16_t command, uint32_t timeoutMs, std::function<void(ResponseCode)> done) {
         enqueue(command, {}, timeoutMs, [done](ResponseCode code, uint8_t const*, size_t) { done(code); });
     }
 };
 
-/// The application's device connection with what its callbacks reported, and
-/// requests that wait for their answers (and throw when none comes).
+/// The device connection with what its callbacks reported, and requests that
+/// wait for their answers (and throw when none comes).
 struct SimLink {
     using Code = Zelmor::ResponseCode;
     using Reason = Zelmor::DisconnectReason;

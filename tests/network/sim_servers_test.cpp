@@ -1,8 +1,6 @@
-// The simulator's faces on the network, over real loopback sockets: a device
-// served over TCP on its own address (and how the transport faults show on the
-// wire), the hub relay that serves devices by their channel, and the announcer
-// (whose announcements zelmorctl_commands_test.cpp scans for).
-// The devices of zelmor-sim are reached through all of them in sim_program_test.cpp.
+// The simulator's servers over real loopback sockets: a device on its own
+// address (and how the transport faults show on the wire), the hub relay and
+// the announcer. sim_program_test.cpp reaches zelmor-sim's devices through them.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -62,21 +60,12 @@ TEST(SimDeviceServer, GivesEveryConnectionASessionOfItsOwn) {
     CallbackResult<Code> unlock;
     unlocked.zelmor.requestUnlock(makeAuthKey("heron"), unlock.callback());
     ASSERT_EQ(unlock.get(), std::tuple(Code::Success));
-    EXPECT_EQ(unlocked.request(command::kGetMonitorData), Code::Success);
 
     // The first host's unlock is not the second one's.
     SimLink other;
     other.connectLan(kAddress);
     EXPECT_EQ(other.request(command::kGetMonitorData), Code::LockedByUserPassword);
     EXPECT_EQ(unlocked.request(command::kGetMonitorData), Code::Success);
-}
-
-// An address in use is refused likewise; SimProgram shows it with the reason.
-TEST(SimDeviceServer, RefusesAnAddressOutsideLoopbackWithTheReason) {
-    sim::SimulatedDevice device(deviceConfig(0x10, 0xA1));
-    sim::DeviceServer server(device, "192.168.1.20");
-    EXPECT_FALSE(server.start());
-    EXPECT_NE(server.error().find("192.168.1.20"), std::string::npos) << server.error();
 }
 
 TEST(SimDeviceServer, ClosesTheConnectionOnceTheSessionHasSentItsLimit) {
@@ -88,50 +77,6 @@ TEST(SimDeviceServer, ClosesTheConnectionOnceTheSessionHasSentItsLimit) {
     host.send(plainFrame(0x01, 1, {}));
     EXPECT_EQ(host.read().size(), 50u);
     EXPECT_TRUE(host.closed());
-}
-
-TEST(SimDeviceServer, PacedAndDelayedLinkStillDeliversAWholeLogFileInOrder) {
-    sim::FaultSettings faults;
-    faults.bytesPerSecond = 512 * 1024;
-    faults.answerDelayMs = 20;
-    faults.delayFraction = 0.5;
-    sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
-    config.logIntervalSeconds = 10;
-    ServedDevice served(faults, config);
-    uint32_t const file = served.device.logFiles().front().id;
-    std::vector<uint8_t> const expected = served.device.logFile(file);
-    ASSERT_GT(expected.size(), 40000u);
-
-    SimLink link;
-    link.connectLan(kAddress);
-    std::vector<uint8_t> fetched;
-    // Small reads, so that many answers of several frames each cross the link.
-    while (fetched.size() < expected.size()) {
-        CallbackResult<Code, std::vector<uint8_t>> read;
-        link.zelmor.requestReadLogFile(file, static_cast<uint32_t>(fetched.size()), 12000,
-                                       [done = read.callback()](Code code, uint8_t const* data, size_t size) {
-                                           done(code, std::vector<uint8_t>(data, data + size));
-                                       });
-        auto const [code, block] = read.get();
-        ASSERT_EQ(code, Code::Success);
-        ASSERT_FALSE(block.empty());
-        fetched.insert(fetched.end(), block.begin(), block.end());
-    }
-    EXPECT_EQ(fetched, expected);
-}
-
-// The request the stalled device loses waits half a second, not the default
-// eight: it is never answered, however long it is given.
-TEST(SimDeviceServer, StalledDeviceKeepsTheConnectionAndAnswersOnceItRecovers) {
-    sim::FaultSettings faults;
-    faults.stalled = true;
-    ServedDevice served(faults);
-    SimLink link;
-    link.connectLan(kAddress);
-    EXPECT_EQ(link.request(command::kGetInfo, 500), Code::RequestTimeout);
-    served.device.faults().configure({});
-    EXPECT_EQ(std::get<0>(link.info()), Code::Success);
-    EXPECT_EQ(link.ends, 0);
 }
 
 TEST(SimDeviceServer, StopsWhileAHostLeavesLargeAnswersUnread) {
@@ -150,55 +95,45 @@ TEST(SimDeviceServer, StopsWhileAHostLeavesLargeAnswersUnread) {
     EXPECT_TRUE(host.closed());
 }
 
-TEST(SimDeviceServer, EveryRequestEndsWithACodeWhenAnswersAreDroppedOrCorrupted) {
-    sim::FaultSettings faults;
-    faults.dropFraction = 0.05;
-    faults.corruptFraction = 0.01;
-    ServedDevice served(faults, deviceConfig(0x10, 11));
-    SimLink link;
-    link.connectLan(kAddress);
-    std::map<Code, int> codes;
-    // A request whose answer never comes throws: a hang fails the test. Each
-    // waits half a second for its answer, so that the lost ones end soon.
-    for (int i = 0; i < 100; ++i) ++codes[link.request(command::kGetMonitorData, 500)];
-    EXPECT_GT(codes[Code::Success], 80);
-    EXPECT_GT(codes[Code::RequestTimeout], 0);
-
-    served.device.faults().configure({});
-    EXPECT_EQ(std::get<0>(link.info()), Code::Success);
-    EXPECT_EQ(link.ends, 0);
+// Requests the device loses wait half a second, not the default eight: a lost
+// answer never comes, however long it is given. One that hangs throws.
+TEST(SimDeviceServer, EveryRequestEndsWithACodeUnderFaultsAndTheLinkRecoversAfterwards) {
+    sim::FaultSettings stalled;
+    stalled.stalled = true;
+    sim::FaultSettings lossy;
+    lossy.dropFraction = 0.05;
+    lossy.corruptFraction = 0.01;
+    // Each row: the faults, how many requests, how many of them succeed at least.
+    for (auto const& [faults, requests, successes] : {std::tuple{stalled, 1, 0}, {lossy, 100, 81}}) {
+        ServedDevice served(faults, deviceConfig(0x10, 11));
+        SimLink link;
+        link.connectLan(kAddress);
+        std::map<Code, int> codes;
+        for (int i = 0; i < requests; ++i) ++codes[link.request(command::kGetMonitorData, 500)];
+        EXPECT_GE(codes[Code::Success], successes);
+        EXPECT_GT(codes[Code::RequestTimeout], 0);
+        served.device.faults().configure({});
+        EXPECT_EQ(std::get<0>(link.info()), Code::Success);
+        EXPECT_EQ(link.ends, 0);
+    }
 }
 
-/// A relay on the hub's own address and port, as the application looks for it.
-class SimHubRelay : public testing::Test {
-protected:
-    void SetUp() override {
-        hub.addDevice(wifi);
-        ASSERT_TRUE(hub.start()) << hub.error();
-    }
+/// Whether the hub relay closes a connection that opens with this hello,
+/// without a byte in answer.
+bool turnedAway(Zelmor::WifiAccessKey const& key, uint8_t version = 0x02) {
+    RawSocket host = RawSocket::connected("127.0.0.1", sim::HubRelay::kDefaultPort);
+    std::vector<uint8_t> hello{version};
+    hello.insert(hello.end(), key.keyId.begin(), key.keyId.end());
+    host.send(hello);
+    return host.read().empty() && host.closed();
+}
 
-    /// Whether the relay closes a connection that opens with this hello,
-    /// without a byte in answer.
-    static bool turnedAway(Zelmor::WifiAccessKey const& key, uint8_t version = 0x02) {
-        RawSocket host = RawSocket::connected("127.0.0.1", sim::HubRelay::kDefaultPort);
-        std::vector<uint8_t> hello{version};
-        hello.insert(hello.end(), key.keyId.begin(), key.keyId.end());
-        host.send(hello);
-        return host.read().empty() && host.closed();
-    }
-
-    sim::SimulatedDevice wifi{deviceConfig(0x41, 0xB2)};
+TEST(SimHubRelay, FindsADeviceUnderItsRenewedChannelOnly) {
+    sim::SimulatedDevice wifi(deviceConfig(0x41, 0xB2));
     sim::HubRelay hub;
-};
-
-TEST_F(SimHubRelay, ClosesTheConnectionForAnUnknownChannelOrAnotherFirstByte) {
-    Zelmor::WifiAccessKey unknown = wifi.accessKey();
-    unknown.keyId[5] ^= 0x01;
-    EXPECT_TRUE(turnedAway(unknown));
+    hub.addDevice(wifi);
+    ASSERT_TRUE(hub.start()) << hub.error();
     EXPECT_TRUE(turnedAway(wifi.accessKey(), 0x03));
-}
-
-TEST_F(SimHubRelay, FindsADeviceUnderItsRenewedChannelOnly) {
     Zelmor::WifiAccessKey const old = wifi.accessKey();
     SimLink renewing;
     renewing.connectHub(old);
@@ -210,16 +145,21 @@ TEST_F(SimHubRelay, FindsADeviceUnderItsRenewedChannelOnly) {
     EXPECT_EQ(std::get<0>(renewing.info()), Code::Success);
     ASSERT_NE(wifi.accessKey(), old);
 
+    // The old channel is now unknown to the relay.
     EXPECT_TRUE(turnedAway(old));
     SimLink fresh;
     fresh.connectHub(wifi.accessKey());
     EXPECT_EQ(std::get<1>(fresh.info()).serial, 0xB2u);
 }
 
-TEST(SimAnnouncer, RefusesToAnnounceToOrFromOutsideLoopback) {
+// An address in use is refused likewise; SimProgram shows it with the reason.
+TEST(SimServers, RefuseAddressesOutsideLoopbackWithTheReason) {
     sim::SimulatedDevice lan(deviceConfig(0x10, 0xA1));
-    // Each row: where to, where from, and the address the refusal names.
-    // Which addresses count as loopback is SimFleetPlan's; here, that both ends are checked.
+    sim::DeviceServer server(lan, "192.168.1.20");
+    EXPECT_FALSE(server.start());
+    EXPECT_NE(server.error().find("192.168.1.20"), std::string::npos) << server.error();
+    // The announcer checks both ends. Each row: where to, where from, and the
+    // address the refusal names.
     for (auto const& [target, from, named] : {std::tuple{"255.255.255.255", "127.0.0.42", "255.255.255.255"},
                                               {"127.0.0.1", "192.168.0.42", "192.168.0.42"}}) {
         sim::Announcer announcer(target);

@@ -21,7 +21,6 @@ public:
     TempDirectory& operator=(TempDirectory const&) = delete;
 
     std::filesystem::path const& path() const { return path_; }
-    /// A file in the folder, as a command line names it.
     std::string file(std::string const& name) const { return (path_ / name).string(); }
     /// Writes `bytes` to the file `name` in the folder and gives its path.
     std::string write(std::string const& name, std::vector<uint8_t> const& bytes) const {

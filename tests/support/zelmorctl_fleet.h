@@ -14,9 +14,8 @@
 #include "child_process.h"
 #include "temp_directory.h"
 
-/// zelmor-sim started with --porcelain: the devices it serves, as its output
-/// describes them. Stopped with SIGTERM, which it must answer by exiting with
-/// status 0, when the fleet goes away.
+/// zelmor-sim started with --porcelain: the devices it serves, as it prints
+/// them. It must answer the SIGTERM that ends the fleet with status 0.
 class SimFleet {
 public:
     struct Device {
@@ -48,8 +47,6 @@ public:
             EXPECT_EQ(process_->wait(std::chrono::seconds(30)), 0);
         }
     }
-    SimFleet(SimFleet const&) = delete;
-    SimFleet& operator=(SimFleet const&) = delete;
 
     Device const& device(size_t index) const { return devices_.at(index); }
     size_t size() const { return devices_.size(); }
@@ -66,9 +63,8 @@ private:
     std::vector<Device> devices_;
 };
 
-/// zelmorctl run to its end (two minutes at most, so that a hang fails the
-/// test instead of blocking it), with the variables of `environment`
-/// ("NAME=value") set for it by env(1).
+/// zelmorctl run to its end, with the variables of `environment` ("NAME=value")
+/// set by env(1). Two minutes at most: a hang fails the test.
 inline ProgramRun zelmorctl(std::vector<std::string> const& arguments, std::vector<std::string> environment = {}) {
     environment.push_back(ZELMORCTL_PATH);
     environment.insert(environment.end(), arguments.begin(), arguments.end());
