@@ -52,26 +52,22 @@ TEST(SimFleetPlan, BadDeviceTextsAreRefusedWithTheReason) {
     }
 }
 
-TEST(SimFleetPlan, DevicesTakeConsecutiveLoopbackAddressesNamesSerialsAndSeeds) {
+// Addresses are shown end to end (SimProgram); serials and seeds count up.
+TEST(SimFleetPlan, CompletingKeepsGivenNamesAndStaysOnLoopback) {
     std::vector<sim::DevicePlan> fleet = sim::defaultFleet({});
-    ASSERT_EQ(fleet.size(), 3u);
     fleet[1].name = "Given";
     ASSERT_EQ(sim::completeFleet(fleet, sim::kDefaultBaseAddress, 10), "");
     EXPECT_EQ(fleet[1].name, "Given");
-    EXPECT_NE(fleet[0].name, fleet[2].name);
     EXPECT_EQ(fleet[1].serial, fleet[0].serial + 1);
     EXPECT_EQ(fleet[2].seed, 12u);
-    EXPECT_EQ(sim::deviceConfig(fleet[2]).ipAddress, (std::array<uint8_t, 4>{127, 0, 0, 4}));
 
     std::vector<sim::DevicePlan> past(2);
     EXPECT_NE(sim::completeFleet(past, *sim::parseLoopbackAddress("127.255.255.254"), 1), "");
 }
 
 TEST(SimFleetPlan, OnlyNumericLoopbackEndpointsAreAccepted) {
-    auto const endpoint = sim::parseLoopbackEndpoint("127.0.0.1:7300", 7207);
-    ASSERT_TRUE(endpoint.has_value());
-    EXPECT_EQ(sim::endpointText(*endpoint), "127.0.0.1:7300");
-    EXPECT_EQ(sim::parseLoopbackEndpoint("127.1.2.3", 7207)->port, 7207);
+    EXPECT_EQ(sim::parseLoopbackEndpoint("127.0.0.1:7300", 7207)->port, 7300);
+    EXPECT_EQ(sim::endpointText(*sim::parseLoopbackEndpoint("127.1.2.3", 7207)), "127.1.2.3:7207");
     for (char const* text : {"10.0.0.1", "128.0.0.1:7207", "localhost", "127.0.0.1:0", "127.0.0.1:70000",
                              "127.0.0.1:", "127.0.0.1:72x", "::1"})
         EXPECT_FALSE(sim::parseLoopbackEndpoint(text, 7207).has_value()) << text;

@@ -20,22 +20,7 @@ namespace simtest {
 
 using Bytes = std::vector<uint8_t>;
 
-/// 2023-11-14 22:13:20 UTC.
-inline constexpr int64_t kStartTime = 1'700'000'000;
-
-/// A clock that moves only when told to.
-class ManualClock {
-public:
-    explicit ManualClock(int64_t start = kStartTime) : now_(std::make_shared<std::atomic<int64_t>>(start)) {}
-    sim::DeviceClock function() const {
-        return [now = now_] { return now->load(); };
-    }
-    void advance(int64_t seconds) { now_->fetch_add(seconds); }
-    int64_t now() const { return now_->load(); }
-
-private:
-    std::shared_ptr<std::atomic<int64_t>> now_;
-};
+inline constexpr int64_t kStartTime = 1'700'000'000;  // 2023-11-14 22:13:20 UTC
 
 inline sim::SimulatedDeviceConfig model(uint8_t revision, uint16_t firmware = 0x0132) {
     sim::SimulatedDeviceConfig config;
@@ -134,7 +119,6 @@ public:
         }
         return answer;
     }
-    uint16_t sequence() const { return sequence_; }
 
 private:
     std::unique_ptr<sim::DeviceSession> session_;
@@ -142,19 +126,22 @@ private:
     uint16_t sequence_ = 0;
 };
 
-inline sim::SimulatedDeviceConfig onClock(sim::SimulatedDeviceConfig config, ManualClock const& clock) {
-    config.clock = clock.function();
-    return config;
-}
-
-/// A fresh device on a clock of its own, and a plain session on it.
+/// A fresh device on a clock that moves only when told to, and a plain session on it.
 struct Bench {
     explicit Bench(uint8_t revision = 0x41, uint16_t firmware = 0x0132) : Bench(model(revision, firmware)) {}
     explicit Bench(sim::SimulatedDeviceConfig config, int64_t start = kStartTime)
-        : clock(start), device(onClock(std::move(config), clock)) {}
-    ManualClock clock;
+        : now(start), device(onClock(std::move(config))) {}
+    void advance(int64_t seconds) { now += seconds; }
+
+    std::atomic<int64_t> now;
     sim::SimulatedDevice device;
     TestHost host{device};
+
+private:
+    sim::SimulatedDeviceConfig onClock(sim::SimulatedDeviceConfig config) {
+        config.clock = [this] { return now.load(); };
+        return config;
+    }
 };
 
 /// One request of a script and the code it must be answered with.
