@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 
 #include "announcer.h"
 #include "firmware_image.h"
@@ -44,7 +45,16 @@ TEST_F(ZelmorctlCommands, ReadTheDevice) {
                             "power_status", "coulomb_mAh", "energy_mWh", "rssi"})
         EXPECT_TRUE(readings[1].contains(key)) << key;
 
-    EXPECT_GT(result({"stats"})["seconds_since_power_on"].get<int64_t>(), 86400);
+    // The text form of a duration against the seconds the JSON gives a moment later.
+    ProgramRun const text = zelmorctl({"--lan", fleet.device(0).address, "stats"});
+    unsigned days = 0, hours = 0, minutes = 0, seconds = 0;
+    ASSERT_EQ(std::sscanf(text.out.c_str() + text.out.find("Since power on:"), "Since power on: %ud %u:%u:%u", &days,
+                          &hours, &minutes, &seconds),
+              4)
+        << text.out;
+    double const sincePowerOn = result({"stats"})["seconds_since_power_on"];
+    EXPECT_GT(sincePowerOn, 86400);
+    EXPECT_NEAR(((days * 24 + hours) * 60 + minutes) * 60 + seconds, sincePowerOn, 5);
     EXPECT_EQ(result({"fgstats"})["full_charge_capacity_Ah"], 200.0);
     EXPECT_EQ(result({"config", "get"})["config"], factoryConfigHex());
     auto const files = jsonLines(run({"log", "list"}));
@@ -97,8 +107,8 @@ TEST_F(ZelmorctlCommands, SyncTheLogAndUpdateTheFirmware) {
     std::vector<uint8_t> payload(10000);
     for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<uint8_t>(i * 13);
     std::string const image = dir.write("update.bin", buildFirmwareImage(0x41, 0x0140, 0x0001, payload));
-    // Checking a file needs no device, only the model.
-    Json const checked = jsonResult(zelmorctl({"--json", "firmware", "check", image, "--rev", "65"}));
+    // Checking a file needs no device, only the model; a leading zero is still decimal.
+    Json const checked = jsonResult(zelmorctl({"--json", "firmware", "check", image, "--rev", "065"}));
     EXPECT_EQ(checked["fits"], true);
     EXPECT_EQ(checked["firmware"], "1.40");
     ProgramRun const other = zelmorctl({"firmware", "check", image, "--rev", "0x10"});
@@ -180,6 +190,10 @@ TEST(ZelmorctlLinks, LinksThatCannotBeMadeEndTheCommand) {
         {{"--link", link, "info"}, elsewhere, 3, "Device failed to connect\n"},
         {{"--link", link, "--hub", "127.0.0.1", "info"}, elsewhere, 0, ""},
         {{"--link", "http://zelmor.link?n=", "info"}, {}, 2, "The link does not start with https://\n"},
+        {{"--ble", "C2:5A:4C:00:00:01", "info"},
+         {},
+         3,
+         "No Bluetooth adapter found: this machine has no Bluetooth LE support, or the adapter is off or missing.\n"},
         {{"info"}, {}, 2, "This command needs a device: --lan ADDRESS, --link URL or --ble ADDRESS\n"}};
     for (auto const& [arguments, environment, status, err] : rows) {
         SCOPED_TRACE(testing::PrintToString(arguments));
