@@ -15,7 +15,6 @@
 #include "reports.h"
 #include "simulated_device.h"
 #include "test_bytes.h"
-#include "zelmor_gatt.h"
 
 namespace {
 
@@ -171,21 +170,18 @@ TEST(ZelmorctlBluetoothScan, ListsTheAdvertisingModelsAsJson) {
 }
 
 TEST(ZelmorctlBluetoothScan, SaysWhyItCannotScan) {
-    struct Case {
-        bool adapter;
-        char const* error;
-    } const cases[] = {
+    std::pair<bool, char const*> const cases[] = {
         {false, "Bluetooth LE scan failed: No Bluetooth adapter found\n"},
         {true, "Bluetooth LE scan failed: org.bluez.Error.NotReady: Resource Not Ready\n"},
     };
-    for (Case const& c : cases) {
+    for (auto const& [adapter, error] : cases) {
         FakeBlueZ& fake = FakeBlueZ::instance();
-        fake.reset(c.adapter);
-        if (c.adapter) fake.refuseDiscovery();
+        fake.reset(adapter);
+        if (adapter) fake.refuseDiscovery();
         ProgramRun const run =
             runProgram(ZELMORCTL_PATH, {"scan", "--bluetooth", "--seconds", "1"}, std::chrono::seconds(30));
         EXPECT_EQ(run.status, 1);
-        EXPECT_EQ(run.err, c.error);
+        EXPECT_EQ(run.err, error);
     }
 }
 

@@ -444,23 +444,20 @@ TEST(BluetoothLELink, AnswersTheDevicesMtuAndReconnectsFromItsOwnDisconnectedCal
 }
 
 TEST(BluetoothLELink, ConnectsToTheAddressOfTheText) {
-    struct Case {
-        char const* text;
-        uint64_t address;
-    } const cases[] = {
+    std::pair<char const*, uint64_t> const cases[] = {
         {"C2:5A:4C:00:00:01", 0xC25A4C000001},    {"c2-5a-4c-00-00-01", 0xC25A4C000001},
         {"C2:5A:4C:00:00:01:77", 0xC25A4C000001}, {"C2:5A:4G:00:00:01", 0xC25A},
         {"C2:5A:4C0:00:00:01", 0xC25A},           {"C2:5A:4C:00:00:1", 0xC25A4C0000},
     };
     bool publicAddress = false;
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (auto const& [text, address] : cases) {
+        SCOPED_TRACE(text);
         publicAddress = !publicAddress;
         ScriptedLink link;
-        link.ble.connect(c.text, publicAddress);
+        link.ble.connect(text, publicAddress);
         std::vector<Connection> const connections = link.peers.wait(1);
         ASSERT_EQ(connections.size(), 1u);
-        EXPECT_EQ(connections[0].address, c.address);
+        EXPECT_EQ(connections[0].address, address);
         EXPECT_EQ(connections[0].publicAddress, publicAddress);
     }
 }
