@@ -315,13 +315,19 @@ TEST(BluetoothLEExchanges, EachSendsItsPdusByteForByte) {
     }
 }
 
+/// A link up, kDiscovery's database discovered.
+class DiscoveredLink : public testing::Test {
+protected:
+    void SetUp() override { link.discover(*peer); }
+
+    ScriptedLink link;
+    std::shared_ptr<AttPeer> const peer = link.connect();
+};
+
 // Unknown handles are ignored, indications confirmed before delivery, a
 // multiple-value notification delivered up to a truncated entry, and all that
 // came before the hang-up delivered.
-TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
+TEST_F(DiscoveredLink, DeliversWhatTheDeviceSends) {
     peer->send("1b 09 00 aa");
     peer->send("1b 05 00 01 02");
     peer->send("1b 03 00");
@@ -338,7 +344,7 @@ TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
 
 // Misuse throws and sends nothing. Every operation needs the link: the
 // characteristics' operations check it in one place, the queue in another.
-TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
+TEST_F(DiscoveredLink, MisuseThrowsWithoutSendingAnything) {
     static std::vector<uint8_t> const value(21, 0x5A);
     auto const on = [](uint16_t handle, std::function<void(Characteristic&)> use) {
         return [=](BluetoothLE& ble) { use(characteristicOf(ble, handle)); };
@@ -378,9 +384,6 @@ TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
         [](BluetoothLE& ble) { ble.getRssi(); },
         on(0x15, [](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
     };
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
     for (auto const& c : cases) EXPECT_EQ(thrownBy([&] { c.act(link.ble); }), c.message) << c.name;
     // What the link carries next is the first thing sent after discovery.
     characteristicOf(link.ble, 0x15).writeWithoutResponse(value.data(), 20);
@@ -394,10 +397,7 @@ TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
 
 // The peer stops reading: a few write commands fill the socket, the next one
 // waits in vain and ends the link, once.
-TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
+TEST_F(DiscoveredLink, StalledPeerEndsTheLinkWithWriteFailed) {
     std::vector<uint8_t> const value(20, 0xC3);
     auto const deadline = std::chrono::steady_clock::now() + 3 * kReportPatience;
     while (link.ends.all().empty() && std::chrono::steady_clock::now() < deadline)

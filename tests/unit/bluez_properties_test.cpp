@@ -16,8 +16,7 @@ namespace {
 using Advertisement = BluetoothLEScanner::Advertisement;
 using namespace std::string_literals;
 
-/// What readDeviceProperties makes of `properties`, from a message built in
-/// memory, as one line.
+/// What readDeviceProperties makes of `properties`, as one line.
 std::string read(Properties const& properties) {
     DBusMessagePtr const message(dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN));
     DBusMessageIter iter;
