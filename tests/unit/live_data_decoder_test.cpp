@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "bluetooth_address.h"
@@ -37,17 +38,14 @@ TEST(LiveDataFrame, SimulatorWritesBothForms) {
 
 // 51 bytes from a 0x2_ model, 47 from a 0x3_ one, nothing from the network models.
 TEST(LiveDataFrame, LengthMustFitTheRevision) {
-    struct Case {
-        uint8_t revision;
-        size_t length;
-        bool accepted;
-    } const cases[] = {{0x20, 51, true},  {0x2F, 51, true},  {0x30, 47, true},  {0x30, 51, false}, {0x23, 47, false},
-                       {0x41, 51, false}, {0x10, 51, false}, {0x23, 52, false}, {0x23, 2, false}};
-    for (Case const& c : cases) {
-        std::vector<uint8_t> frame(c.length, 0);
-        if (c.length > 2) frame[2] = c.revision;
-        EXPECT_EQ(decodeLiveDataFrame(frame.data(), frame.size()).has_value(), c.accepted)
-            << std::hex << int(c.revision) << " " << std::dec << c.length;
+    std::tuple<uint8_t, size_t, bool> const cases[] = {{0x20, 51, true},  {0x2F, 51, true},  {0x30, 47, true},
+                                                       {0x30, 51, false}, {0x23, 47, false}, {0x41, 51, false},
+                                                       {0x10, 51, false}, {0x23, 52, false}, {0x23, 2, false}};
+    for (auto const& [revision, length, accepted] : cases) {
+        std::vector<uint8_t> frame(length, 0);
+        if (length > 2) frame[2] = revision;
+        EXPECT_EQ(decodeLiveDataFrame(frame.data(), frame.size()).has_value(), accepted)
+            << std::hex << int(revision) << " " << std::dec << length;
     }
 }
 
