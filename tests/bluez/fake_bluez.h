@@ -102,7 +102,6 @@ private:
         dbus_connection_unref(connection_);
     }
 
-    /// `texts` go as strings, then `value` as a variant.
     DBusMessagePtr call(std::string const& path, char const* interface, char const* method,
                         std::vector<std::string> const& texts = {}, PropertyValue const* value = nullptr) {
         DBusMessagePtr request(dbus_message_new_method_call(kService, path.c_str(), interface, method));
