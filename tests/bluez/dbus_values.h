@@ -15,7 +15,6 @@ using PropertyValue = std::variant<std::string, bool, int16_t, std::vector<std::
 /// A property dictionary (a{sv}), in the order written.
 using Properties = std::vector<std::pair<std::string, PropertyValue>>;
 
-/// Opens a container in `to`, lets `write` fill it and closes it.
 template <class Write>
 void appendContainer(DBusMessageIter* to, int type, char const* signature, Write write) {
     DBusMessageIter inner;
@@ -56,7 +55,6 @@ inline void appendBytes(DBusMessageIter* to, std::vector<uint8_t> const& bytes) 
     });
 }
 
-/// Writes `value` as a variant.
 inline void appendVariant(DBusMessageIter* to, PropertyValue const& value) {
     struct Writer {
         DBusMessageIter* to;
@@ -79,7 +77,6 @@ inline void appendVariant(DBusMessageIter* to, PropertyValue const& value) {
                     [&](DBusMessageIter* variant) { std::visit(Writer{variant}, value); });
 }
 
-/// Writes an a{sv} dictionary.
 inline void appendProperties(DBusMessageIter* to, Properties const& properties) {
     appendDictionary(to, "{sv}", properties, appendVariant);
 }

@@ -43,8 +43,8 @@ public:
         return path;
     }
     void setProperty(std::string const& path, std::string const& name, PropertyValue const& value) {
-        char const* const interface = path == kAdapter ? kAdapterInterface : kDeviceInterface;
-        call(path, kPropertiesInterface, "Set", {interface, name}, &value);
+        char const* const interface = path == kAdapter ? kAdapterInterface : "org.bluez.Device1";
+        call(path, "org.freedesktop.DBus.Properties", "Set", {interface, name}, &value);
     }
     /// What was done to hci0 since reset() or the last look, as the mock logs
     /// it: its discovery calls ("Method arguments") and property changes
@@ -72,9 +72,7 @@ public:
 private:
     static constexpr char kService[] = "org.bluez";
     static constexpr char kAdapterInterface[] = "org.bluez.Adapter1";
-    static constexpr char kDeviceInterface[] = "org.bluez.Device1";
     static constexpr char kMockInterface[] = "org.freedesktop.DBus.Mock";
-    static constexpr char kPropertiesInterface[] = "org.freedesktop.DBus.Properties";
     static constexpr auto kStartLimit = std::chrono::seconds(30);
 
     // A session-type daemon allows everything, which is all the fake needs;
@@ -104,7 +102,6 @@ private:
         dbus_connection_unref(connection_);
     }
 
-    /// `texts` go as strings, then `value` as a variant.
     DBusMessagePtr call(std::string const& path, char const* interface, char const* method,
                         std::vector<std::string> const& texts = {}, PropertyValue const* value = nullptr) {
         DBusMessagePtr request(dbus_message_new_method_call(kService, path.c_str(), interface, method));

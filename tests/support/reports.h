@@ -16,8 +16,6 @@ inline constexpr auto kReportPatience = std::chrono::seconds(20);
 template <class T>
 class Reports {
 public:
-    using Match = std::function<bool(T const&)>;
-
     std::function<void(T const&)> callback() {
         return [state = state_](T const& item) { add(*state, item); };
     }
@@ -25,7 +23,7 @@ public:
 
     /// The reports that `match` (all without one), once there are `count` of
     /// them or the time is up (then fewer).
-    std::vector<T> wait(size_t count, Match const& match = {}) const {
+    std::vector<T> wait(size_t count, std::function<bool(T const&)> const& match = {}) const {
         std::unique_lock lock(state_->mutex);
         std::vector<T> found;
         state_->changed.wait_for(lock, kReportPatience, [&] {

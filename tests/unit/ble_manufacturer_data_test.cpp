@@ -7,6 +7,7 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "test_bytes.h"
@@ -103,20 +104,17 @@ TEST(ManufacturerData, ReadingsAreRoundedAndClampedIntoTheirFields) {
 
 // Exactly 29 bytes from a 0x2_ or 0x3_ model; what is refused leaves the advertisement alone.
 TEST(ManufacturerData, OnlyTwentyNineBytesFromABluetoothModelAreTaken) {
-    struct Case {
-        size_t length;
-        uint8_t revision;
-        bool taken;
-    } const cases[] = {{0, 0x23, false}, {28, 0x23, false}, {30, 0x23, false}, {29, 0x1F, false},
-                       {29, 0x20, true}, {29, 0x3F, true},  {29, 0x40, false}};
+    std::tuple<size_t, uint8_t, bool> const cases[] = {{0, 0x23, false},  {28, 0x23, false}, {30, 0x23, false},
+                                                       {29, 0x1F, false}, {29, 0x20, true},  {29, 0x3F, true},
+                                                       {29, 0x40, false}};
     std::vector<uint8_t> bytes = fromHex(kGoldenBytes);
     bytes.push_back(0);
-    for (Case const& c : cases) {
-        bytes[0] = c.revision;
+    for (auto const& [length, revision, taken] : cases) {
+        bytes[0] = revision;
         Advertisement ad;
         ad.time = 5;
-        EXPECT_EQ(decodeManufacturerData(bytes.data(), c.length, ad), c.taken) << c.length << " " << int{c.revision};
-        EXPECT_EQ(ad.time, c.taken ? 1700000000u : 5u);
+        EXPECT_EQ(decodeManufacturerData(bytes.data(), length, ad), taken) << length << " " << int{revision};
+        EXPECT_EQ(ad.time, taken ? 1700000000u : 5u);
     }
 }
 

@@ -55,8 +55,6 @@ std::string byteRun(uint8_t first, size_t count) {
 class AttPeer {
 public:
     explicit AttPeer(int socket) : socket_(socket) {}
-    AttPeer(AttPeer const&) = delete;
-    AttPeer& operator=(AttPeer const&) = delete;
     ~AttPeer() { close(); }
 
     void close() {
@@ -141,11 +139,11 @@ struct Connection {
 // reports: how links ended, and notifications and indications as "handle: bytes".
 struct ScriptedLink {
     Reports<Connection> peers;
-    // Sent by the device before the client has seen its link come up.
+    // Sent by the device before the client has seen its first link come up.
     std::string greeting;
     sim::SocketPairBluetoothHost host{[this](int socket, uint64_t address, bool publicAddress) {
         auto const peer = std::make_shared<AttPeer>(socket);
-        if (!greeting.empty()) peer->send(greeting);
+        if (!greeting.empty()) peer->send(std::exchange(greeting, {}));
         peers.add({peer, address, publicAddress});
     }};
     Reports<Reason> ends;
@@ -317,33 +315,19 @@ TEST(BluetoothLEExchanges, EachSendsItsPdusByteForByte) {
     }
 }
 
-// The client answers the device's own request with 512, also one waiting as
-// the link comes up: that comes with the connection's edge, which is not
-// reported again.
-TEST(BluetoothLEExchanges, DevicesMtuRequestIsAnsweredWith512) {
-    struct Case {
-        bool waiting;
-        char const* pdu;
-        uint16_t mtu;
-    } const cases[] = {{false, "02 58 02", 512}, {false, "02 64 00", 100}, {true, "02 64 00", 100}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.waiting << ": " << c.pdu);
-        ScriptedLink link;
-        if (c.waiting) link.greeting = c.pdu;
-        auto const peer = link.connect();
-        if (!c.waiting) peer->send(c.pdu);
-        ASSERT_TRUE(peer->play({fromClient("03 00 02")}));
-        EXPECT_EQ(link.ble.mtu(), c.mtu);
-    }
-}
+/// A link up, kDiscovery's database discovered.
+class DiscoveredLink : public testing::Test {
+protected:
+    void SetUp() override { link.discover(*peer); }
+
+    ScriptedLink link;
+    std::shared_ptr<AttPeer> const peer = link.connect();
+};
 
 // Unknown handles are ignored, indications confirmed before delivery, a
 // multiple-value notification delivered up to a truncated entry, and all that
 // came before the hang-up delivered.
-TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
+TEST_F(DiscoveredLink, DeliversWhatTheDeviceSends) {
     peer->send("1b 09 00 aa");
     peer->send("1b 05 00 01 02");
     peer->send("1b 03 00");
@@ -360,7 +344,7 @@ TEST(BluetoothLENotifications, DeliversWhatTheDeviceSends) {
 
 // Misuse throws and sends nothing. Every operation needs the link: the
 // characteristics' operations check it in one place, the queue in another.
-TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
+TEST_F(DiscoveredLink, MisuseThrowsWithoutSendingAnything) {
     static std::vector<uint8_t> const value(21, 0x5A);
     auto const on = [](uint16_t handle, std::function<void(Characteristic&)> use) {
         return [=](BluetoothLE& ble) { use(characteristicOf(ble, handle)); };
@@ -400,9 +384,6 @@ TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
         [](BluetoothLE& ble) { ble.getRssi(); },
         on(0x15, [](auto& c) { c.writeWithoutResponse(value.data(), 1); }),
     };
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
     for (auto const& c : cases) EXPECT_EQ(thrownBy([&] { c.act(link.ble); }), c.message) << c.name;
     // What the link carries next is the first thing sent after discovery.
     characteristicOf(link.ble, 0x15).writeWithoutResponse(value.data(), 20);
@@ -416,10 +397,7 @@ TEST(BluetoothLEMisuse, ThrowsWithoutSendingAnything) {
 
 // The peer stops reading: a few write commands fill the socket, the next one
 // waits in vain and ends the link, once.
-TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
-    ScriptedLink link;
-    auto const peer = link.connect();
-    link.discover(*peer);
+TEST_F(DiscoveredLink, StalledPeerEndsTheLinkWithWriteFailed) {
     std::vector<uint8_t> const value(20, 0xC3);
     auto const deadline = std::chrono::steady_clock::now() + 3 * kReportPatience;
     while (link.ends.all().empty() && std::chrono::steady_clock::now() < deadline)
@@ -429,17 +407,23 @@ TEST(BluetoothLELink, StalledPeerEndsTheLinkWithWriteFailed) {
     EXPECT_EQ(link.ends.all(), std::vector<Reason>{Reason::WriteFailed});
 }
 
-// The second link comes from the disconnected callback itself and starts
-// afresh: the default MTU and an empty queue.
-TEST(BluetoothLELink, ReconnectsFromItsOwnDisconnectedCallback) {
+// The client answers the device's own MTU request with 512 and takes the
+// device's capped at 512, also from a request waiting as the link comes up:
+// that one comes with the connection's edge, which is not reported again. The
+// second link comes from the disconnected callback itself and starts afresh:
+// the default MTU and an empty queue.
+TEST(BluetoothLELink, AnswersTheDevicesMtuAndReconnectsFromItsOwnDisconnectedCallback) {
     ScriptedLink link;
+    link.greeting = "02 64 00";
     link.ble.setDisconnectedCallback([&link](Reason reason) {
         link.ends.add(reason);
         if (reason == Reason::LinkLost) link.ble.connect(kAddress, true);
     });
     auto const first = link.connect();
-    ASSERT_TRUE(first->play({toClient("02 64 00"), fromClient("03 00 02")}));
+    ASSERT_TRUE(first->play({fromClient("03 00 02")}));
     EXPECT_EQ(link.ble.mtu(), 100);
+    ASSERT_TRUE(first->play({toClient("02 58 02"), fromClient("03 00 02")}));
+    EXPECT_EQ(link.ble.mtu(), 512);
     link.ble.exchangeMtu(247, {});
     ASSERT_TRUE(first->play({kMtuRequest}));
     first->close();
@@ -460,23 +444,20 @@ TEST(BluetoothLELink, ReconnectsFromItsOwnDisconnectedCallback) {
 }
 
 TEST(BluetoothLELink, ConnectsToTheAddressOfTheText) {
-    struct Case {
-        char const* text;
-        uint64_t address;
-    } const cases[] = {
+    std::pair<char const*, uint64_t> const cases[] = {
         {"C2:5A:4C:00:00:01", 0xC25A4C000001},    {"c2-5a-4c-00-00-01", 0xC25A4C000001},
         {"C2:5A:4C:00:00:01:77", 0xC25A4C000001}, {"C2:5A:4G:00:00:01", 0xC25A},
         {"C2:5A:4C0:00:00:01", 0xC25A},           {"C2:5A:4C:00:00:1", 0xC25A4C0000},
     };
     bool publicAddress = false;
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.text);
+    for (auto const& [text, address] : cases) {
+        SCOPED_TRACE(text);
         publicAddress = !publicAddress;
         ScriptedLink link;
-        link.ble.connect(c.text, publicAddress);
+        link.ble.connect(text, publicAddress);
         std::vector<Connection> const connections = link.peers.wait(1);
         ASSERT_EQ(connections.size(), 1u);
-        EXPECT_EQ(connections[0].address, c.address);
+        EXPECT_EQ(connections[0].address, address);
         EXPECT_EQ(connections[0].publicAddress, publicAddress);
     }
 }

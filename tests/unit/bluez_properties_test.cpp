@@ -16,8 +16,7 @@ namespace {
 using Advertisement = BluetoothLEScanner::Advertisement;
 using namespace std::string_literals;
 
-/// What readDeviceProperties makes of `properties`, from a message built in
-/// memory, as one line.
+/// What readDeviceProperties makes of `properties`, as one line.
 std::string read(Properties const& properties) {
     DBusMessagePtr const message(dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN));
     DBusMessageIter iter;
@@ -44,10 +43,7 @@ std::string const kNothing = "no address 00 00 00 00 00 00";
 // address, and unused properties, unreadable UUIDs and values of an unexpected
 // type are skipped.
 TEST(DeviceProperties, OnlyWhatParsesIsTaken) {
-    struct Case {
-        Properties properties;
-        std::string fields;
-    } const cases[] = {
+    std::pair<Properties, std::string> const cases[] = {
         {{{"Address", "c2:5a:4c:0a:0b:ff"s}}, "address ff 0b 0a 4c 5a c2"},
         {{{"Address", "C2:5A:4C:00:01"s}}, kNothing},
         {{{"Address", "C2-5A-4C-00-00-01"s}}, kNothing},
@@ -64,21 +60,18 @@ TEST(DeviceProperties, OnlyWhatParsesIsTaken) {
           {"AddressType", int16_t{1}}},
          kNothing},
     };
-    for (auto const& c : cases) EXPECT_EQ(read(c.properties), c.fields);
+    for (auto const& [properties, fields] : cases) EXPECT_EQ(read(properties), fields);
 }
 
 // Numbered hci paths by their number, before any other path; those in text order.
 TEST(PreferredAdapter, LowestAdapterIndexWins) {
-    struct Case {
-        std::vector<std::string> paths;
-        std::optional<std::string> chosen;
-    };
-    Case const cases[] = {
+    std::pair<std::vector<std::string>, std::optional<std::string>> const cases[] = {
         {{}, std::nullopt},
         {{"/org/bluez/hci10", "/org/bluez/hci2"}, "/org/bluez/hci2"},
         {{"/org/bluez/radio", "/org/bluez/hci3"}, "/org/bluez/hci3"},
         {{"/org/bluez/hci1x", "/org/bluez/hci7"}, "/org/bluez/hci7"},
         {{"/org/bluez/b", "/org/bluez/a"}, "/org/bluez/a"},
     };
-    for (Case const& c : cases) EXPECT_EQ(preferredAdapter(c.paths), c.chosen) << testing::PrintToString(c.paths);
+    for (auto const& [paths, chosen] : cases)
+        EXPECT_EQ(preferredAdapter(paths), chosen) << testing::PrintToString(paths);
 }
