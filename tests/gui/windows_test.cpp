@@ -1,5 +1,5 @@
 // The dialogs and windows on screen, against zelmor-sim where they reach a
-// device. Which texts the dialogs accept is input_validation_test.cpp's to say;
+// device. Which texts the dialogs accept is gui_window_rules_test.cpp's to say;
 // here each tells the user on every change of a field.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>

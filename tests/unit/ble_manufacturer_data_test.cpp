@@ -7,9 +7,14 @@
 #include <bit>
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <tuple>
 #include <vector>
 
+#include "ble_uuid.h"
+#include "bluetooth_address.h"
+#include "live_data_decoder.h"
+#include "live_data_frame.h"
 #include "test_bytes.h"
 
 namespace {
@@ -61,6 +66,60 @@ float halfValue(uint16_t half) {
                                           : std::ldexp(static_cast<float>(mantissa + 0x400), exponent - 25);
     return (half & 0x8000) ? -magnitude : magnitude;
 }
+
+// Bluetooth UUIDs: the text forms and the wire forms, and what is refused.
+constexpr char const* kDeviceService = "ec7c0000-2c7b-1539-172f-29d041beab3e";
+// The same UUID least significant byte first, as discovery answers carry it.
+constexpr char const* kDeviceServiceWire = "3e ab be 41 d0 29 2f 17 39 15 7b 2c 00 00 7c ec";
+
+// A 16-bit UUID stands for the base UUID with its number in bytes 12 and 13.
+TEST(BleUuid, TextAndWireFormsAgree) {
+    struct Case {
+        char const* text;
+        char const* written;
+        char const* written128;
+        char const* wire;
+    } const cases[] = {
+        {"2A19", "2a19", "00002a19-0000-1000-8000-00805f9b34fb", "19 2a"},
+        {"EC7C0000-2C7B-1539-172F-29D041BEAB3E", kDeviceService, kDeviceService, kDeviceServiceWire},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.text);
+        std::optional<BleUUID> const uuid = BleUUID::parse(c.text);
+        ASSERT_TRUE(uuid);
+        EXPECT_EQ(uuid->toString(), c.written);
+        EXPECT_EQ(uuid->toString128(), c.written128);
+        std::vector<uint8_t> const wire = fromHex(c.wire);
+        std::optional<BleUUID> const fromWire = BleUUID::fromWire(wire.data(), wire.size());
+        ASSERT_TRUE(fromWire);
+        EXPECT_EQ(fromWire->toString(), c.written);
+        EXPECT_EQ(hex(uuid->wireBytes128()),
+                  wire.size() == 2 ? "fb 34 9b 5f 80 00 00 80 00 10 00 00 19 2a 00 00" : c.wire);
+    }
+}
+
+TEST(BleUuid, OtherTextsAndWireLengthsAreRefused) {
+    for (char const* text : {"", "180", "180f0", "18g0", "ec7c0000-2c7b-1539-172f-29d041beab3",
+                             "ec7c0000-2c7b-1539-172f-29d041beab3e0", "ec7c0000-2c7b-1539-172f-29d041beab3g",
+                             "ec7c0000+2c7b-1539-172f-29d041beab3e", "ec7c000-02c7b-1539-172f-29d041beab3e"})
+        EXPECT_FALSE(BleUUID::parse(text)) << text;
+    for (size_t length : {0u, 1u, 3u, 15u, 17u})
+        EXPECT_FALSE(BleUUID::fromWire(std::vector<uint8_t>(length, 0x11).data(), length)) << length;
+}
+
+// The live readings pushed by the Bluetooth LE models: byte-exact frames of
+// both forms and the lengths the decoder takes; the BLE link tests feed the
+// decoder whole notifications.
+// Firmware 2.50 and the readings in wire order: time 1763800000, status 5,
+// 13.25 V, 12.5 V, -4.5 A, -59.625 W, -12345 mAh, 987654 mWh, 21.5 °C, power
+// status 1, 87 %, 1439 minutes.
+constexpr char kFullFrame[] =
+    "50 02 23 c0 73 21 69 05 00 00 00 00 00 54 41 00 00 48 41 00 00 90 c0 00 80 6e c2 c7 cf ff ff ff ff ff ff "
+    "06 12 0f 00 00 00 00 00 00 00 ac 41 01 57 9f 05";
+// The same readings from a 0x31 model, without the second voltage.
+constexpr char kShortFrame[] =
+    "50 02 31 c0 73 21 69 05 00 00 00 00 00 54 41 00 00 90 c0 00 80 6e c2 c7 cf ff ff ff ff ff ff 06 12 0f 00 "
+    "00 00 00 00 00 00 ac 41 01 57 9f 05";
 
 }  // namespace
 
@@ -139,4 +198,34 @@ TEST(HalfFloat, EveryHalfDecodesAndFloatsRoundToTheNearestTiesToEven) {
     EXPECT_EQ(halfToFloat(0x7C00), kInfinity);
     EXPECT_EQ(halfToFloat(0xFC00), -kInfinity);
     for (uint16_t nan : {0x7C01, 0x7E00, 0xFE00, 0xFFFF}) EXPECT_TRUE(std::isnan(halfToFloat(nan))) << std::hex << nan;
+}
+
+// The simulator writes both forms byte for byte; the BLE link tests read the
+// device's own frames back through the decoder, field by field.
+TEST(LiveDataFrame, SimulatorWritesBothForms) {
+    sim::MonitorReadings r;  // its fields in order, the temperature before the meters
+    r = {1763800000, 5, 13.25f, 12.5f, -4.5f, -59.625f, 21.5f, -12345, 987654, sim::PowerStatus::On, 87, 1439};
+    EXPECT_EQ(hex(sim::encodeLiveDataFrame(0x0250, 0x23, r)), kFullFrame);
+    EXPECT_EQ(hex(sim::encodeLiveDataFrame(0x0250, 0x31, r)), kShortFrame);
+}
+
+// 51 bytes from a 0x2_ model, 47 from a 0x3_ one, nothing from the network models.
+TEST(LiveDataFrame, LengthMustFitTheRevision) {
+    std::tuple<uint8_t, size_t, bool> const cases[] = {{0x20, 51, true},  {0x2F, 51, true},  {0x30, 47, true},
+                                                       {0x30, 51, false}, {0x23, 47, false}, {0x41, 51, false},
+                                                       {0x10, 51, false}, {0x23, 52, false}, {0x23, 2, false}};
+    for (auto const& [revision, length, accepted] : cases) {
+        std::vector<uint8_t> frame(length, 0);
+        if (length > 2) frame[2] = revision;
+        EXPECT_EQ(decodeLiveDataFrame(frame.data(), frame.size()).has_value(), accepted)
+            << std::hex << int(revision) << " " << std::dec << length;
+    }
+}
+
+TEST(BluetoothAddress, TextFormRoundTripsWithTheFirstFieldMostSignificant) {
+    EXPECT_EQ(parseBluetoothAddress("C2:5A:4C:00:00:01"), 0xC25A4C000001u);
+    EXPECT_EQ(formatBluetoothAddress(0xC25A4C000001), "C2:5A:4C:00:00:01");
+    for (char const* bad : {"", "C2:5A:4C:00:00", "C2:5A:4C:00:00:01:02", "C2-5A:4C:00:00:01", "C2:5A:4C:00:00:0G",
+                            "C2:5A:4C:00:00:+1", "C25A4C000001"})
+        EXPECT_FALSE(parseBluetoothAddress(bad)) << bad;
 }

@@ -1,15 +1,24 @@
 // The wire records: golden records of the families the simulated device does
 // not stand for in engine_device_test, and the exact lengths each decoder
-// takes, with the code it refuses the others with.
+// takes, with the code it refuses the others with; and what the answer's
+// response code and lock status byte mean.
 #include "records.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
+#include <functional>
 #include <sstream>
+#include <string>
 
+#include "byte_io.h"
+#include "lan_announcement.h"
+#include "lock_status.h"
+#include "response_code.h"
 #include "test_bytes.h"
+#include "zelmor_schedule.h"
 
 namespace {
 
@@ -180,6 +189,171 @@ TEST(Records, WifiNetworkListTakesWholeEntries) {
 TEST(Records, WifiNetworkCutsOverlongFields) {
     EXPECT_EQ(hex(encodeWifiNetwork({std::string(33, 's'), std::string(65, 'p'), 0xFF})),
               text(std::string(32, 's'), 32) + " " + text(std::string(64, 'p'), 64) + " ff 00 00 00");
+}
+
+// Success, PasswordRejected and Cancelled (0, 6 and 10) have no text, nor has
+// any code the device does not send.
+TEST(ResponseCodeTest, EveryCodeHasItsTextOrNone) {
+    char const* const texts[] = {
+        nullptr,
+        "Invalid request.",
+        "Invalid parameter.",
+        "Request failed.",
+        "Feature is locked by user password.",
+        "Feature is locked by master password.",
+        nullptr,
+        nullptr,
+        "Request timeout.",
+        "Invalid device response.",
+        nullptr,
+        nullptr,
+    };
+    for (uint16_t code = 0; code < std::size(texts); ++code)
+        EXPECT_STREQ(responseCodeMessage(static_cast<Zelmor::ResponseCode>(code)), texts[code]) << code;
+    for (uint16_t code : {0x100, 0xFFFF})
+        EXPECT_STREQ(responseCodeMessage(static_cast<Zelmor::ResponseCode>(code)), nullptr) << code;
+}
+
+// The lock status byte of a device's information, read by model.
+TEST(LockStatusTest, LockBitsDependOnTheModel) {
+    struct Case {
+        uint8_t revision;
+        uint8_t lockStatus;
+        bool locked;
+        bool master;
+    };
+    Case const cases[] = {
+        {0x10, 0x10, true, false}, {0x10, 0x01, false, false}, {0x10, 0x20, false, true},  {0x41, 0x30, true, true},
+        {0x41, 0x2F, false, true}, {0x41, 0x00, false, false}, {0x21, 0x01, true, false},  {0x21, 0x10, false, false},
+        {0x31, 0x03, true, true},  {0x31, 0x02, false, true},  {0x21, 0x00, false, false},
+    };
+    for (auto const& c : cases) {
+        Zelmor::DeviceInfo info;
+        info.hardwareRevision = c.revision;
+        info.lockStatus = c.lockStatus;
+        EXPECT_EQ(deviceLocked(info), c.locked) << unsigned{c.revision} << " " << unsigned{c.lockStatus};
+        EXPECT_EQ(masterPasswordSet(info), c.master) << unsigned{c.revision} << " " << unsigned{c.lockStatus};
+    }
+}
+
+TEST(ScheduleTest, DefaultIsEveryDayFromMidnightNamedNewTimer) {
+    EXPECT_EQ(hex(ZelmorSchedule().bytes()), "00 00 80 3f 00 00 00 00 4e 65 77 20 54 69 6d 65 72 00 00 00 00 00 00 00");
+}
+
+// Each field of the timing word where the device expects it: a value is cut
+// to the field's width and no other bit of the word, reserved ones included,
+// changes.
+TEST(ScheduleTest, EachFieldTakesItsOwnBitsOnly) {
+    struct Field {
+        char const* name;
+        unsigned shift;
+        unsigned width;
+        std::function<void(ZelmorSchedule&, uint32_t)> set;
+        std::function<uint32_t(ZelmorSchedule const&)> get;
+    } const fields[] = {
+        {"start minute", 0, 6, &ZelmorSchedule::setStartMinute, &ZelmorSchedule::getStartMinute},
+        {"start hour", 6, 5, &ZelmorSchedule::setStartHour, &ZelmorSchedule::getStartHour},
+        {"end minute", 11, 6, &ZelmorSchedule::setEndMinute, &ZelmorSchedule::getEndMinute},
+        {"end hour", 17, 5, &ZelmorSchedule::setEndHour, &ZelmorSchedule::getEndHour},
+        {"repeat", 23, 31, &ZelmorSchedule::setRepeatValue, &ZelmorSchedule::getRepeatValue},
+    };
+    for (auto const& f : fields) {
+        SCOPED_TRACE(f.name);
+        uint64_t const mask = ((uint64_t{1} << f.width) - 1) << f.shift;
+        ZelmorSchedule schedule;
+        schedule.setTiming(~uint64_t{0});
+        f.set(schedule, uint32_t{1} << f.width);  // one past the largest value: cut to 0
+        EXPECT_EQ(f.get(schedule), 0u);
+        EXPECT_EQ(schedule.getTiming(), ~mask);
+        f.set(schedule, 5);
+        EXPECT_EQ(f.get(schedule), 5u);
+        EXPECT_EQ(schedule.getTiming(), ~mask | uint64_t{5} << f.shift);
+        EXPECT_EQ(readLe<uint64_t>(schedule.bytes().data()), schedule.getTiming());
+    }
+    ZelmorSchedule schedule;
+    schedule.setDayOfMonthMode();
+    EXPECT_EQ(schedule.getTiming(), 0x3FC00000u);
+    EXPECT_TRUE(schedule.isDayOfMonthMode());
+    schedule.setDayOfWeekMode();
+    EXPECT_EQ(schedule.getTiming(), 0x3F800000u);
+    EXPECT_TRUE(schedule.isDayOfWeekMode());
+}
+
+// Fifteen characters and a terminator; the name takes no part in equality.
+TEST(ScheduleTest, NameKeepsFifteenCharacters) {
+    ZelmorSchedule schedule;
+    schedule.setName("Nineteen characters");
+    EXPECT_EQ(schedule.getName(), "Nineteen charac");
+    EXPECT_EQ(hex(schedule.bytes().data() + 8, 16), "4e 69 6e 65 74 65 65 6e 20 63 68 61 72 61 63 00");
+    // A shorter name clears what a longer one left behind.
+    schedule.setName("Pump");
+    EXPECT_EQ(hex(schedule.bytes().data() + 8, 16), "50 75 6d 70 00 00 00 00 00 00 00 00 00 00 00 00");
+    EXPECT_EQ(schedule, ZelmorSchedule());
+    schedule.setEndHour(1);
+    EXPECT_FALSE(schedule == ZelmorSchedule());
+
+    // A name from the device without a terminator stays inside the record.
+    ZelmorSchedule::Bytes unterminated{};
+    std::fill(unterminated.begin() + 8, unterminated.end(), 'x');
+    EXPECT_EQ(ZelmorSchedule(unterminated).getName(), std::string(16, 'x'));
+}
+
+// The LAN announcement datagram: exact forms per family, everything else dropped.
+ZelmorScanner::Advertisement sample(uint8_t revision) {
+    ZelmorScanner::Advertisement ad;
+    ad.hardwareRevision = revision;
+    ad.firmwareVersion = 0x0132;
+    ad.serial = 0x5A4C0000DEADBEEF;
+    ad.name = revision == 0x10 ? std::string(32, 'N') : "Van house bank";  // 32 bytes: no terminator
+    ad.status = 0x4;
+    ad.voltage1 = 13.25f;
+    ad.voltage2 = revision == 0x10 ? 12.5f : NAN;
+    ad.current = -7.5f;
+    ad.power = -99.375f;
+    ad.temperature = 21.5f;
+    ad.time = 1795000000;
+    ad.coulombMeter = -123456;
+    ad.energyWh = -1580.5f;
+    ad.powerStatus = 1;
+    ad.stateOfCharge = 87;
+    ad.runtime = 1439;
+    ad.rssi = revision == 0x41 ? -61 : -32768;
+    return ad;
+}
+
+// The address the device holds goes out most significant byte first; the
+// decoder takes the sender's instead. What the decoder reads encodes to the
+// very same datagram.
+TEST(LanAnnouncement, BothFormsRoundTripWithTheSendersAddress) {
+    for (uint8_t revision : {uint8_t{0x10}, uint8_t{0x41}}) {
+        auto const datagram = encodeLanAnnouncement(sample(revision), 0x7F000002);
+        ASSERT_EQ(datagram.size(), revision == 0x10 ? kLanAnnouncementSize : kWifiAnnouncementSize);
+        EXPECT_EQ(std::string(datagram.begin(), datagram.begin() + 8), revision == 0x10 ? "ZLMRETHN" : "ZLMRWIFI");
+        EXPECT_EQ(std::vector<uint8_t>(datagram.begin() + 95, datagram.begin() + 99),
+                  (std::vector<uint8_t>{127, 0, 0, 2}));
+
+        auto const decoded = decodeLanAnnouncement(datagram.data(), datagram.size(), 0x0300007F);
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(decoded->source, ZelmorScanner::Advertisement::Source::Lan);
+        EXPECT_EQ(decoded->ipAddress, 0x0300007Fu);
+        EXPECT_EQ(encodeLanAnnouncement(*decoded, 0x7F000002), datagram);
+    }
+}
+
+// Wrong magic, a magic of the other family or a length not exactly its form's.
+TEST(LanAnnouncement, DatagramsOfTheWrongFormAreDropped) {
+    auto const wifi = encodeLanAnnouncement(sample(0x41), 0);
+    auto const lan = encodeLanAnnouncement(sample(0x10), 0);
+    auto wifiFromLanDevice = wifi;
+    wifiFromLanDevice[10] = 0x12;
+    auto lanOfWifiLength = lan;
+    lanOfWifiLength.resize(kWifiAnnouncementSize);
+    auto bluetoothMagic = lan;
+    std::copy_n("ZLMRBLE0", 8, bluetoothMagic.begin());
+    for (auto const& datagram : {wifiFromLanDevice, lanOfWifiLength, bluetoothMagic})
+        EXPECT_FALSE(decodeLanAnnouncement(datagram.data(), datagram.size(), 0));
+    EXPECT_FALSE(decodeLanAnnouncement(wifi.data(), wifi.size() - 1, 0));
+    EXPECT_FALSE(decodeLanAnnouncement(lan.data(), 0, 0));
 }
 
 }  // namespace
