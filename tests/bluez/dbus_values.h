@@ -40,10 +40,10 @@ template <class Key, class Value, class WriteValue>
 void appendDictionary(DBusMessageIter* to, char const* signature, std::vector<std::pair<Key, Value>> const& entries,
                       WriteValue writeValue) {
     appendContainer(to, DBUS_TYPE_ARRAY, signature, [&](DBusMessageIter* dictionary) {
-        for (auto const& [key, value] : entries)
+        for (auto const& item : entries)
             appendContainer(dictionary, DBUS_TYPE_DICT_ENTRY, nullptr, [&](DBusMessageIter* entry) {
-                appendKey(entry, key);
-                writeValue(entry, value);
+                appendKey(entry, item.first);
+                writeValue(entry, item.second);
             });
     });
 }
