@@ -139,4 +139,15 @@ TEST_F(SimAttServer, RequestsGetTheirAnswersOrErrorResponses) {
     for (Step const& step : script) EXPECT_EQ(request(step.request), step.answer) << step.request;
 }
 
+// Nothing waiting is no end of the link; after close() nothing goes out.
+TEST_F(SimAttServer, NotifiesWhileOpenAndNothingAfterClose) {
+    EXPECT_TRUE(server_->receive());
+    EXPECT_EQ(request("12 07 00 01 00"), "13");
+    uint8_t const value = 0x42;
+    EXPECT_TRUE(server_->notify(6, &value, 1));
+    server_->close();
+    EXPECT_FALSE(server_->receive());
+    EXPECT_FALSE(server_->notify(6, &value, 1));
+}
+
 }  // namespace
