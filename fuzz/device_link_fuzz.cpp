@@ -2,7 +2,6 @@
 // and an identifier must survive being written out and read back.
 #include <cstdint>
 #include <cstdlib>
-#include <string>
 #include <string_view>
 #include <vector>
 

@@ -13,7 +13,6 @@
 
 namespace {
 
-using Advertisement = BluetoothLEScanner::Advertisement;
 using namespace std::string_literals;
 
 /// What readDeviceProperties makes of `properties`, as one line.
@@ -23,7 +22,7 @@ std::string read(Properties const& properties) {
     dbus_message_iter_init_append(message.get(), &iter);
     appendProperties(&iter, properties);
     dbus_message_iter_init(message.get(), &iter);
-    Advertisement ad;
+    BluetoothLEScanner::Advertisement ad;
     readDeviceProperties(&iter, ad);
     std::string out = (ad.hasAddress ? "address " : "no address ") + hex(ad.address);
     if (ad.randomAddress) out += ", random";

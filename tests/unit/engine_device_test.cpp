@@ -4,7 +4,6 @@
 // 64 bytes are split into continuation frames throughout.
 #include <gtest/gtest.h>
 
-#include <cmath>
 
 #include "auth_key.h"
 #include "callback_result.h"

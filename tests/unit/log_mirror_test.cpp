@@ -13,7 +13,6 @@
 #include "scripted_zelmor.h"
 #include "temp_directory.h"
 
-using Code = Zelmor::ResponseCode;
 using Bytes = std::vector<uint8_t>;
 using Files = std::map<uint32_t, Bytes>;
 
@@ -47,7 +46,7 @@ struct RunResult {
 };
 
 enum class Fault { RefuseRead, LoseFrame, Empty };
-constexpr Code kRefusal = Code::LockedByUserPassword;
+constexpr Zelmor::ResponseCode kRefusal = Zelmor::ResponseCode::LockedByUserPassword;
 
 /// A device log served by the request engine's scripted transport. The list
 /// can be refused, and the read of a file at an offset can fail as `faults`
