@@ -5,8 +5,8 @@
 
 // The ways crc16Kermit computes its value. It picks one at run time, by length
 // and by what the CPU offers, so a test on any one machine would only ever see
-// some of them: the tests call each one here directly. Not
-// part of the library's interface.
+// some of them: the tests call each one here directly. Not part of the
+// library's interface.
 namespace crc16_paths {
 
 /// Slicing-by-16 tables; any length, any CPU.
