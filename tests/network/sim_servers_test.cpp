@@ -158,11 +158,12 @@ TEST(SimServers, RefuseAddressesOutsideLoopbackWithTheReason) {
     sim::DeviceServer server(lan, "192.168.1.20");
     EXPECT_FALSE(server.start());
     EXPECT_NE(server.error().find("192.168.1.20"), std::string::npos) << server.error();
-    // The announcer checks both ends. Each row: where to, where from, and the
-    // address the refusal names.
-    for (auto const& [target, from, named] : {std::tuple{"255.255.255.255", "127.0.0.42", "255.255.255.255"},
-                                              {"127.0.0.1", "192.168.0.42", "192.168.0.42"}}) {
-        sim::Announcer announcer(target);
+    // The announcer checks both ends; its refusal names what it refuses.
+    for (auto const& [target, port, from, named] :
+         {std::tuple{"255.255.255.255", 7207, "127.0.0.42", "255.255.255.255"},
+          {"127.0.0.1", 7207, "192.168.0.42", "192.168.0.42"},
+          {"127.0.0.1", 0, "127.0.0.42", "127.0.0.1:0"}}) {
+        sim::Announcer announcer(target, static_cast<uint16_t>(port));
         announcer.addDevice(lan, from);
         EXPECT_FALSE(announcer.start()) << target;
         EXPECT_NE(announcer.error().find(named), std::string::npos) << announcer.error();
