@@ -9,7 +9,7 @@
 #include "auth_key.h"
 #include "device_window_rules.h"
 #include "gui_enter_string.h"
-#include "gui_event.h"
+#include "window_handle.h"
 #include "hardware_revision.h"
 #include "local_store_instance.h"
 #include "lock_status.h"
@@ -32,7 +32,6 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
       monitorTimer_(this, kMonitorTimerId),
       logSyncTimer_(this, kLogSyncTimerId),
       refreshTimer_(this, kRefreshTimerId) {
-    bindGuiEvents(*this);
     buildMenus();
     CreateStatusBar(1);
     SetStatusText("Disconnected");
@@ -42,7 +41,7 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
     Bind(wxEVT_CLOSE_WINDOW, &GuiDevice::OnClose, this);
     refreshTimer_.Start(kRefreshIntervalMs);
 
-    wxWeakRef<GuiDevice> const self(this);
+    auto const self = anchor_.handle(*this);
     device_->setConnectedCallback([self] { postToWindow(self, [](GuiDevice& window) { window.linkUp(); }); });
     device_->setDisconnectCallback([self](Zelmor::DisconnectReason reason) {
         postToWindow(self, [reason](GuiDevice& window) { window.linkEnded(reason); });
@@ -101,7 +100,7 @@ void GuiDevice::buildLivePanel() {
 }
 
 void GuiDevice::linkUp() {
-    wxWeakRef<GuiDevice> const self(this);
+    auto const self = anchor_.handle(*this);
     device_->requestGetInfo([self](Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info) {
         postToWindow(self, [code, info](GuiDevice& window) { window.infoReceived(code, info); });
     });
@@ -121,7 +120,7 @@ void GuiDevice::infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const
 void GuiDevice::deviceUnlock(bool onConnect) {
     GuiEnterString dialog(this, wxID_ANY, "Enter password", true, false);
     if (dialog.ShowModal() != wxID_OK) return;
-    wxWeakRef<GuiDevice> const self(this);
+    auto const self = anchor_.handle(*this);
     device_->requestUnlock(makeAuthKey(dialog.value()), [self, onConnect](Zelmor::ResponseCode code) {
         postToWindow(self, [code, onConnect](GuiDevice& window) {
             if (code == Zelmor::ResponseCode::Success) {
@@ -151,7 +150,7 @@ void GuiDevice::deviceReady() {
 void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) { requestMonitorData(); }
 
 void GuiDevice::requestMonitorData() {
-    wxWeakRef<GuiDevice> const self(this);
+    auto const self = anchor_.handle(*this);
     device_->requestGetMonitorData([self](Zelmor::ResponseCode code, Zelmor::MonitorData const& data) {
         // A failed poll is dropped; the next tick tries again.
         if (code != Zelmor::ResponseCode::Success) return;

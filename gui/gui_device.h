@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "live_panel_rows.h"
+#include "window_handle.h"
 #include "zelmor.h"
 #include "zelmor_scanner.h"
 
@@ -20,7 +21,7 @@ class wxStaticText;
 /// is open, connects (Bluetooth LE, LAN or hub, by the identifier), reads the
 /// device information, asks for the password when the device is locked and
 /// shows the live readings. Device callbacks arrive on worker threads and
-/// reach the window only through postToWindow.
+/// reach the window only through postToWindow (window_handle.h).
 class GuiDevice : public wxFrame {
 public:
     static constexpr int kMonitorTimerId = 6000;
@@ -74,4 +75,5 @@ private:
     wxTimer monitorTimer_;
     wxTimer logSyncTimer_;
     wxTimer refreshTimer_;
+    WindowAnchor anchor_{*this};
 };

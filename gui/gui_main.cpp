@@ -12,7 +12,7 @@
 #include "device_window_rules.h"
 #include "gui_device.h"
 #include "gui_enter_string.h"
-#include "gui_event.h"
+#include "window_handle.h"
 #include "hardware_revision.h"
 #include "local_device_cells.h"
 #include "local_store.h"
@@ -48,7 +48,6 @@ GuiMain::GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner)
       store_(store),
       scanner_(std::move(scanner)),
       ageingTimer_(this, kAgeingTimerId) {
-    bindGuiEvents(*this);
     buildMenus();
 
     auto* sizer = new wxBoxSizer(wxVERTICAL);
@@ -73,7 +72,7 @@ GuiMain::GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner)
 
     // The scanner's threads end in the destructor, before the window goes.
     scanner_->setAdvertisementCallback(
-        [self = wxWeakRef<GuiMain>(this)](ZelmorScanner::Advertisement const& advertisement) {
+        [self = anchor_.handle(*this)](ZelmorScanner::Advertisement const& advertisement) {
             postToWindow(self, [advertisement](GuiMain& window) { window.takeAdvertisement(advertisement); });
         });
     scanner_->startWifiScan();

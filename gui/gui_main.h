@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "local_device_list.h"
+#include "window_handle.h"
 #include "zelmor.h"
 #include "zelmor_scanner.h"
 
@@ -72,4 +73,5 @@ private:
     wxTimer ageingTimer_;
     // Not owned: a device window destroys itself, which clears its reference.
     std::vector<wxWeakRef<GuiDevice>> deviceWindows_;
+    WindowAnchor anchor_{*this};
 };
