@@ -1,0 +1,33 @@
+// A link to a zelmor-sim device as a device window holds it, for the dialogs
+// that the window opens with its device.
+#pragma once
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "auth_key.h"
+#include "callback_result.h"
+#include "zelmor_impl.h"
+
+/// Connects over the LAN, reads the information record (the dialogs consult
+/// it) and unlocks with `password` when one is given.
+struct ConnectedDevice {
+    ZelmorImpl device;
+
+    explicit ConnectedDevice(std::string const& address, std::string const& password = {}) {
+        CallbackResult<> connected;
+        device.setConnectedCallback(connected.callback());
+        device.connectLan(inet_addr(address.c_str()));
+        connected.get();
+        device.setConnectedCallback({});
+        CallbackResult<Zelmor::ResponseCode, Zelmor::DeviceInfo> info;
+        device.requestGetInfo(info.callback());
+        EXPECT_EQ(std::get<0>(info.get()), Zelmor::ResponseCode::Success);
+        if (password.empty()) return;
+        CallbackResult<Zelmor::ResponseCode> unlocked;
+        device.requestUnlock(makeAuthKey(password), unlocked.callback());
+        EXPECT_EQ(std::get<0>(unlocked.get()), Zelmor::ResponseCode::Success);
+    }
+};
