@@ -1,4 +1,4 @@
-// Finding devices and reading them: scan, info, monitor, stats, fgstats.
+// Finding devices and reading them: scan, info, monitor, stats, fgstats, debug.
 #include <algorithm>
 #include <chrono>
 #include <map>
@@ -113,6 +113,27 @@ void fuelgauge(CommandContext& context) {
     for (auto const& line : fuelgaugeText(record)) context.output.line(line);
 }
 
+void debugText(CommandContext& context) {
+    // The device answers what the area holds of [offset, offset + length): a
+    // short answer is its end.
+    constexpr uint32_t kBlock = 4096;
+    DeviceSession session(context.target);
+    std::string text;
+    for (uint32_t offset = 0;; offset += kBlock) {
+        auto const [code, block] = session.await<std::pair<Zelmor::ResponseCode, std::string>>([&](auto deliver) {
+            session.device().requestReadDebug(offset, kBlock,
+                                              [deliver](Zelmor::ResponseCode code, uint8_t const* data, size_t length) {
+                                                  deliver({code, std::string(data, data + length)});
+                                              });
+        });
+        session.check(code);
+        text += block;
+        if (block.size() < kBlock) break;
+    }
+    if (!text.empty() && text.back() == '\n') text.pop_back();
+    context.output.result({{"text", text}}, text);
+}
+
 }  // namespace
 
 void addInfoCommands(CLI::App& app, CommandContext& context) {
@@ -144,4 +165,6 @@ void addInfoCommands(CLI::App& app, CommandContext& context) {
                [&context] { statistics(context); });
     addCommand(app, "fgstats", "Show the fuel gauge statistics (capacity, totals, cycles)", context,
                [&context] { fuelgauge(context); });
+    addCommand(app, "debug", "Show the device's debug text: what it did lately, one event per line", context,
+               [&context] { debugText(context); });
 }

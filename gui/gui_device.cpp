@@ -20,9 +20,6 @@ namespace {
 
 constexpr int kValueMargin = 10;
 
-// The menus whose commands a device that is ready may take.
-constexpr char const* kMenuTitles[] = {"&Device", "&Settings", "&Help"};
-
 }  // namespace
 
 GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, ZelmorScanner*)
@@ -33,6 +30,7 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
       logSyncTimer_(this, kLogSyncTimerId),
       refreshTimer_(this, kRefreshTimerId) {
     buildMenus();
+    bindCommands();
     CreateStatusBar(1);
     SetStatusText("Disconnected");
     buildLivePanel();
@@ -79,15 +77,17 @@ void GuiDevice::detachFromDevice() {
     device_->setMonitorDataCallback({});
 }
 
-void GuiDevice::buildMenus() {
-    auto* bar = new wxMenuBar;
-    for (char const* title : kMenuTitles) bar->Append(new wxMenu, title);
-    SetMenuBar(bar);
-    setMenusEnabled(false);
+int GuiDevice::showModal(wxDialog& dialog) {
+    return guard_.modal([&dialog] { return dialog.ShowModal(); });
 }
 
-void GuiDevice::setMenusEnabled(bool enabled) {
-    for (size_t menu = 0; menu < std::size(kMenuTitles); ++menu) GetMenuBar()->EnableTop(menu, enabled);
+bool GuiDevice::report(Zelmor::ResponseCode code) {
+    bool proceed = true;
+    guard_.modal([&] {
+        proceed = reportResponseCode(this, code);
+        return wxID_OK;
+    });
+    return proceed && !guard_.closeWaiting();
 }
 
 void GuiDevice::buildLivePanel() {
@@ -107,7 +107,7 @@ void GuiDevice::linkUp() {
 }
 
 void GuiDevice::infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info) {
-    if (!reportResponseCode(this, code)) return;
+    if (!report(code)) return;
     info_ = info;
     SetStatusText("Connected");
     SetTitle(wxString::FromUTF8(deviceWindowTitle(info.name)));
@@ -117,20 +117,30 @@ void GuiDevice::infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const
         deviceReady();
 }
 
+void GuiDevice::refreshInfo() {
+    auto const self = anchor_.handle(*this);
+    device_->requestGetInfo([self](Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info) {
+        postToWindow(self, [code, info](GuiDevice& window) {
+            if (!window.report(code)) return;
+            window.info_ = info;
+            window.SetTitle(wxString::FromUTF8(deviceWindowTitle(info.name)));
+        });
+    });
+}
+
 void GuiDevice::deviceUnlock(bool onConnect) {
     GuiEnterString dialog(this, wxID_ANY, "Enter password", true, false);
-    if (dialog.ShowModal() != wxID_OK) return;
+    if (showModal(dialog) != wxID_OK) return;
     auto const self = anchor_.handle(*this);
     device_->requestUnlock(makeAuthKey(dialog.value()), [self, onConnect](Zelmor::ResponseCode code) {
         postToWindow(self, [code, onConnect](GuiDevice& window) {
             if (code == Zelmor::ResponseCode::Success) {
                 if (onConnect) window.deviceReady();
             } else if (code == Zelmor::ResponseCode::PasswordRejected) {
-                wxMessageDialog(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP)
-                    .ShowModal();
-                window.deviceUnlock(onConnect);
+                wxMessageDialog box(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
+                if (window.showModal(box) == wxID_OK) window.deviceUnlock(onConnect);
             } else {
-                reportResponseCode(&window, code);
+                window.report(code);
             }
         });
     });
@@ -206,9 +216,11 @@ void GuiDevice::linkEnded(Zelmor::DisconnectReason reason) {
     setMenusEnabled(false);
     SetStatusText("Disconnected");
     LinkEndOutcome const outcome = linkEndOutcome(reason);
-    if (outcome.showMessage)
-        wxMessageDialog(this, outcome.message, kLinkEndCaption, wxOK | wxCENTRE | wxSTAY_ON_TOP).ShowModal();
-    Close(true);
+    if (outcome.showMessage) {
+        wxMessageDialog box(this, outcome.message, kLinkEndCaption, wxOK | wxCENTRE | wxSTAY_ON_TOP);
+        showModal(box);
+    }
+    guard_.close();
 }
 
 void GuiDevice::OnClose(wxCloseEvent& event) {

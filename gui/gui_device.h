@@ -3,16 +3,21 @@
 #include <wx/frame.h>
 #include <wx/timer.h>
 
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
+#include "device_commands_text.h"
 #include "live_panel_rows.h"
+#include "modal_close_guard.h"
 #include "window_handle.h"
 #include "zelmor.h"
 #include "zelmor_scanner.h"
 
 class ZelmorImpl;
+class wxDialog;
 class wxFlexGridSizer;
 class wxPanel;
 class wxStaticText;
@@ -29,6 +34,27 @@ public:
     static constexpr int kRefreshTimerId = 6002;
     static constexpr int kRefreshIntervalMs = 16;
 
+    // Menu commands.
+    static constexpr int kMenuPair = 6005;
+    static constexpr int kMenuWifiSetup = 6007;
+    static constexpr int kMenuResetFactory = 6008;
+    static constexpr int kMenuUnlock = 6009;
+    static constexpr int kMenuSetUserPassword = 6010;
+    static constexpr int kMenuSetMasterPassword = 6011;
+    static constexpr int kMenuRename = 6012;
+    static constexpr int kMenuSetTime = 6013;
+    static constexpr int kMenuZeroCurrentOffset = 6014;
+    static constexpr int kMenuCalibrateCurrent = 6015;
+    static constexpr int kMenuResetEnergyMeter = 6016;
+    static constexpr int kMenuResetCoulombMeter = 6017;
+    static constexpr int kMenuViewStatistics = 6018;
+    static constexpr int kMenuViewFgStatistics = 6019;
+    static constexpr int kMenuPowerControl = 6021;
+    static constexpr int kMenuTimers = 6023;
+    static constexpr int kMenuDisconnect = 6024;
+    static constexpr int kMenuForceFgSync = 6025;
+    static constexpr int kMenuAbout = wxID_ABOUT;
+
     /// `scanner`: the device finder, for the Bluetooth LE models; may be null.
     GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, ZelmorScanner* scanner);
     ~GuiDevice() override;
@@ -40,20 +66,50 @@ public:
     /// The rows the live panel shows now.
     std::vector<PanelRow> const& shownRows() const { return shownRows_; }
 
+    /// The device's information record as last read.
+    Zelmor::DeviceInfo const& deviceInfo() const { return info_; }
+
 private:
     void buildMenus();
     void buildLivePanel();
+    /// Enables or disables every command; "WiFi Setup" goes for good unless
+    /// the device is a WiFi model reached directly.
     void setMenusEnabled(bool enabled);
+    /// Shows a modal dialog of this window (see ModalCloseGuard).
+    int showModal(wxDialog& dialog);
+    /// reportResponseCode, as a modal dialog of this window.
+    bool report(Zelmor::ResponseCode code);
+    /// Asks `question` under "Confirmation"; true when the user chose OK.
+    bool confirm(wxString const& question);
+    /// A request's callback that reports a failure on the GUI thread and runs
+    /// `success` (if any) after a good reply.
+    Zelmor::DoneCallback replyHandler(std::function<void(GuiDevice&)> success = {});
     /// Replaces the device's callbacks by empty ones.
     void detachFromDevice();
 
     // On the GUI thread, through postToWindow.
     void linkUp();
     void infoReceived(Zelmor::ResponseCode code, Zelmor::DeviceInfo const& info);
+    /// Reads the information record again, after a command changed the name.
+    void refreshInfo();
     void deviceReady();
     void requestMonitorData();
     void monitorDataReceived(Zelmor::MonitorData const& data);
     void linkEnded(Zelmor::DisconnectReason reason);
+
+    // Commands (gui_device_commands.cpp).
+    void bindCommands();
+    void confirmAndSend(wxString const& question, void (Zelmor::*request)(Zelmor::DoneCallback));
+    void OnMenuDevicePowerControl(wxCommandEvent& event);
+    void OnMenuSettingsSetPassword(PasswordLock lock);
+    void sendPasswordChange(PasswordLock lock, std::optional<std::string> const& password);
+    void unlockAndRetry(PasswordLock lock, std::optional<std::string> const& password, Zelmor::ResponseCode lockedBy);
+    void OnMenuSettingsRename(wxCommandEvent& event);
+    void OnMenuDevicePair(wxCommandEvent& event);
+    void OnMenuSettingsResetFactory(wxCommandEvent& event);
+    void OnMenuSettingsSetTime(wxCommandEvent& event);
+    void OnMenuSettingsCalibrateCurrent(wxCommandEvent& event);
+    void OnMenuAbout(wxCommandEvent& event);
 
     void OnMonitorDataTimerEvent(wxTimerEvent& event);
     void OnRefreshTimerEvent(wxTimerEvent& event);
@@ -75,5 +131,6 @@ private:
     wxTimer monitorTimer_;
     wxTimer logSyncTimer_;
     wxTimer refreshTimer_;
+    ModalCloseGuard guard_{*this};
     WindowAnchor anchor_{*this};
 };

@@ -2,6 +2,7 @@
 // the main window, the modal dialogs, and screenshots of what is on display.
 #pragma once
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
@@ -11,6 +12,7 @@
 #include <wx/image.h>
 #include <wx/listctrl.h>
 #include <wx/msgdlg.h>
+#include <wx/statusbr.h>
 #include <wx/stdpaths.h>
 #include <wx/testing.h>
 #include <wx/textctrl.h>
@@ -23,10 +25,12 @@
 #include <string>
 #include <utility>
 
+#include "gui_device.h"
 #include "gui_enter_string.h"
 #include "gui_main.h"
 #include "local_store.h"
 #include "zelmor_scanner_impl.h"
+#include "zelmorctl_fleet.h"
 
 /// Lets the event loop run until `predicate` holds; false if it still does not
 /// after `timeoutMs`. Windows appear, connect and draw only through events, so
@@ -93,24 +97,62 @@ private:
     wxString entry_;
 };
 
-/// A user who reads a message box, which must say `message` under `caption`,
-/// and presses OK.
+/// A user who types into a modal GuiEnterString with a confirmation field:
+/// `entry`, then `confirmation`, and presses Continue (or Cancel when it is
+/// disabled).
+class ExpectEnterTwice : public wxExpectModalBase<GuiEnterString, ExpectEnterTwice> {
+public:
+    ExpectEnterTwice(wxString entry, wxString confirmation)
+        : entry_(std::move(entry)), confirmation_(std::move(confirmation)) {}
+
+protected:
+    int OnInvoked(GuiEnterString* dialog) const override {
+        type(*dialog, GuiEnterString::kEntryId, entry_);
+        type(*dialog, GuiEnterString::kConfirmationId, confirmation_);
+        return continueEnabled(*dialog) ? wxID_OK : wxID_CANCEL;
+    }
+
+private:
+    wxString entry_;
+    wxString confirmation_;
+};
+
+/// A user who reads a message box, which must say `message` (or begin with
+/// it, for a text that holds the time) under `caption`, and presses the
+/// button that gives `answer`.
 class ExpectMessage : public wxExpectModalBase<wxMessageDialog, ExpectMessage> {
 public:
-    ExpectMessage(std::string caption, std::string message)
-        : caption_(std::move(caption)), message_(std::move(message)) {}
+    enum Match { Whole, Beginning };
+
+    ExpectMessage(std::string caption, std::string message, int answer = wxID_OK, Match match = Whole)
+        : caption_(std::move(caption)), message_(std::move(message)), answer_(answer), match_(match) {}
+
+    /// How many message boxes were answered so far: a test that expects one
+    /// from a reply waits for this to grow.
+    static int answered() { return answered_; }
 
 protected:
     int OnInvoked(wxMessageDialog* dialog) const override {
+        ++answered_;
         EXPECT_EQ(dialog->GetTitle().utf8_string(), caption_);
-        EXPECT_EQ(dialog->GetMessage().utf8_string(), message_);
-        return wxID_OK;
+        std::string const shown = dialog->GetMessage().utf8_string();
+        EXPECT_EQ(match_ == Whole ? shown : shown.substr(0, message_.size()), message_);
+        return answer_;
     }
 
 private:
     std::string caption_;
     std::string message_;
+    int answer_;
+    Match match_;
+    static inline int answered_ = 0;
 };
+
+/// Lets the event loop run until a message box beyond the first `answered`
+/// has been answered.
+inline bool waitForMessage(int answered) {
+    return waitFor([answered] { return ExpectMessage::answered() > answered; });
+}
 
 /// Saves what a shown window displays as NAME.png in "screenshots" next to
 /// the test program, for a person to look at after a run, once something is
@@ -134,4 +176,19 @@ inline void saveScreenshot(wxWindow& window, std::string const& name) {
     std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
     std::filesystem::create_directories(program.parent_path() / "screenshots");
     EXPECT_TRUE(bitmap.SaveFile((program.parent_path() / "screenshots" / (name + ".png")).string(), wxBITMAP_TYPE_PNG));
+}
+
+inline std::string statusOf(GuiDevice& window) { return window.GetStatusBar()->GetStatusText().utf8_string(); }
+
+inline bool ready(GuiDevice& window) { return statusOf(window) == "Connected" && !window.shownRows().empty(); }
+
+/// A device window opened on a device of the simulator by its address.
+inline GuiDevice* openLanDevice(SimFleet::Device const& device) {
+    Zelmor::DeviceIdentifier id;
+    id.name = device.name;
+    id.hardwareRevision = static_cast<uint8_t>(device.revision);
+    id.ipAddress = inet_addr(device.address.c_str());
+    auto* window = new GuiDevice(nullptr, id, nullptr);
+    window->Show();
+    return window;
 }

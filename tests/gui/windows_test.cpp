@@ -1,13 +1,12 @@
 // The dialogs and windows on screen, against zelmor-sim where they reach a
 // device. Which texts the dialogs accept is gui_window_rules_test.cpp's to say;
 // here each tells the user on every change of a field.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 
 #include <wx/stattext.h>
-#include <wx/statusbr.h>
 
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <string>
 #include <tuple>
@@ -76,10 +75,6 @@ TEST(CalibrateDialogTest, TellsWhatIsWrongOnEveryChange) {
     saveScreenshot(dialog, "calibrate");
 }
 
-std::string statusOf(GuiDevice& window) { return window.GetStatusBar()->GetStatusText().utf8_string(); }
-
-bool ready(GuiDevice& window) { return statusOf(window) == "Connected" && !window.shownRows().empty(); }
-
 /// The rows of the panel that change slowly, as "label: value".
 std::vector<std::string> slowRows(GuiDevice const& window) {
     std::vector<std::string> shown;
@@ -87,16 +82,6 @@ std::vector<std::string> slowRows(GuiDevice const& window) {
         for (PanelRow const& row : window.shownRows())
             if (row.label == label) shown.push_back(label + ": " + row.value);
     return shown;
-}
-
-GuiDevice* openLanDevice(SimFleet::Device const& device) {
-    Zelmor::DeviceIdentifier id;
-    id.name = device.name;
-    id.hardwareRevision = static_cast<uint8_t>(device.revision);
-    id.ipAddress = inet_addr(device.address.c_str());
-    auto* window = new GuiDevice(nullptr, id, nullptr);
-    window->Show();
-    return window;
 }
 
 std::string fileText(std::filesystem::path const& path) {
@@ -198,6 +183,44 @@ TEST(GuiDeviceTest, LockedDeviceAsksForThePasswordUntilItIsRight) {
     EXPECT_EQ(statusOf(*window), "Connected");
     window->Close(true);
     ASSERT_TRUE(allWindowsGone());
+}
+
+/// The user at the password prompt, while `meanwhile` happens: then answers
+/// it with a password or cancels it.
+class ExpectPromptWhile : public wxExpectModalBase<GuiEnterString, ExpectPromptWhile> {
+public:
+    ExpectPromptWhile(std::function<void()> meanwhile, int answer)
+        : meanwhile_(std::move(meanwhile)), answer_(answer) {}
+
+protected:
+    int OnInvoked(GuiEnterString* dialog) const override {
+        meanwhile_();
+        type(*dialog, GuiEnterString::kEntryId, "kingfisher");
+        return answer_;
+    }
+
+private:
+    std::function<void()> meanwhile_;
+    int answer_;
+};
+
+TEST(GuiDeviceTest, LinkLostUnderThePasswordPromptClosesTheWindowOnceThePromptIsAnswered) {
+    for (int answer : {wxID_OK, wxID_CANCEL}) {
+        SCOPED_TRACE(answer);
+        SimFleet fleet({});
+        GuiDevice* window = openLanDevice(fleet.device(2));
+        auto const linkLost = [&] {
+            int const answered = ExpectMessage::answered();
+            fleet.kill();
+            EXPECT_TRUE(waitForMessage(answered));
+            EXPECT_EQ(statusOf(*window), "Disconnected");
+            // wx deletes a closed window at the next idle time, and this
+            // prompt's loop has had many.
+            EXPECT_FALSE(window->IsBeingDeleted());
+        };
+        wxTEST_DIALOG(EXPECT_TRUE(allWindowsGone()), ExpectPromptWhile(linkLost, answer),
+                      ExpectMessage("Info", "Device disconnected"));
+    }
 }
 
 TEST(GuiDeviceTest, ClosingWhileARequestIsOutstandingShowsNothing) {

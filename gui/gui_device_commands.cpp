@@ -1,0 +1,241 @@
+// The device window's menus and the commands they give the device.
+#include <wx/menu.h>
+#include <wx/msgdlg.h>
+
+#include <ctime>
+
+#include "auth_key.h"
+#include "gui_calibrate_dialog.h"
+#include "gui_device.h"
+#include "gui_enter_string.h"
+#include "hardware_revision.h"
+#include "local_store_instance.h"
+#include "report_response_code.h"
+#include "zelmor_impl.h"
+
+namespace {
+
+struct MenuItem {
+    int id;
+    char const* text;
+    char const* help;
+};
+
+struct Menu {
+    char const* title;
+    std::initializer_list<MenuItem> items;
+};
+
+Menu const kMenus[] = {
+    {"&Device",
+     {
+         {GuiDevice::kMenuViewStatistics, "View Statistics", "View the device statistics"},
+         {GuiDevice::kMenuViewFgStatistics, "View FuelGauge Statistics", "View the FuelGauge statistics"},
+         {GuiDevice::kMenuTimers, "Timers", "Add, edit or delete timers"},
+         {GuiDevice::kMenuPowerControl, "Power Control", "Control the device power relay output"},
+         {GuiDevice::kMenuResetEnergyMeter, "Reset Energy Meter", "Reset the device energy meter"},
+         {GuiDevice::kMenuResetCoulombMeter, "Reset Coulomb Meter", "Reset the device coulomb meter"},
+         {GuiDevice::kMenuUnlock, "Unlock Device", "Unlock a password protected device"},
+         {GuiDevice::kMenuSetUserPassword, "Set User Password", "Set or remove the user password protection"},
+         {GuiDevice::kMenuSetMasterPassword, "Set Master Password", "Set or remove the master password protection"},
+         {GuiDevice::kMenuPair, "Pair Device", "Pair the device"},
+         {GuiDevice::kMenuDisconnect, "Disconnect", "Disconnect from the device and close this window"},
+     }},
+    {"&Settings",
+     {
+         {GuiDevice::kMenuRename, "Rename Device", "Change the BLE name of a device"},
+         {GuiDevice::kMenuWifiSetup, "WiFi Setup", "Configure the WiFi network Zelmor connects to"},
+         {GuiDevice::kMenuResetFactory, "Factory Reset", ""},
+         {GuiDevice::kMenuSetTime, "Set Device Clock", "Set the device clock"},
+         {GuiDevice::kMenuZeroCurrentOffset, "Zero Current Offset", "Zero the current offset"},
+         {GuiDevice::kMenuCalibrateCurrent, "Calibrate Current", "Calibrate the current reading"},
+         {GuiDevice::kMenuForceFgSync, "Force SOC Sync", "Force the SOC synchronization"},
+     }},
+    {"&Help", {{GuiDevice::kMenuAbout, "&About", ""}}},
+};
+
+constexpr long kQuestionStyle = wxOK | wxCANCEL | wxICON_QUESTION | wxCENTRE | wxSTAY_ON_TOP;
+constexpr long kInfoStyle = wxOK | wxCENTRE | wxSTAY_ON_TOP;
+
+}  // namespace
+
+void GuiDevice::buildMenus() {
+    auto* bar = new wxMenuBar;
+    for (Menu const& menu : kMenus) {
+        auto* items = new wxMenu;
+        for (MenuItem const& item : menu.items) items->Append(item.id, item.text, item.help);
+        bar->Append(items, menu.title);
+    }
+    SetMenuBar(bar);
+    setMenusEnabled(false);
+}
+
+void GuiDevice::setMenusEnabled(bool enabled) {
+    wxMenuBar* const bar = GetMenuBar();
+    bool const wifiSetup = isWifiFamily(info_.hardwareRevision) && device_ && device_->isDirectConnection();
+    wxMenu* settings = nullptr;
+    if (enabled && !wifiSetup && bar->FindItem(kMenuWifiSetup, &settings)) settings->Destroy(kMenuWifiSetup);
+    for (Menu const& menu : kMenus)
+        for (MenuItem const& item : menu.items)
+            if (bar->FindItem(item.id)) bar->Enable(item.id, enabled);
+}
+
+void GuiDevice::bindCommands() {
+    using Request = void (Zelmor::*)(Zelmor::DoneCallback);
+    struct Confirmed {
+        int id;
+        char const* question;
+        Request request;
+    };
+    static Confirmed const confirmed[] = {
+        {kMenuResetEnergyMeter, "Reset the energy meter ?", &Zelmor::requestResetEnergyMeter},
+        {kMenuResetCoulombMeter, "Reset the coulomb meter ?", &Zelmor::requestResetCoulombMeter},
+        {kMenuForceFgSync, "Force the fuel gauge SoC synchronization ?", &Zelmor::requestFgSynchronize},
+        {kMenuZeroCurrentOffset, "Calibrate the current offset ?", &Zelmor::requestZeroCurrentOffset},
+    };
+    for (Confirmed const& command : confirmed)
+        Bind(
+            wxEVT_MENU, [this, &command](wxCommandEvent&) { confirmAndSend(command.question, command.request); },
+            command.id);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePowerControl, this, kMenuPowerControl);
+    Bind(wxEVT_MENU, [this](wxCommandEvent&) { deviceUnlock(false); }, kMenuUnlock);
+    Bind(wxEVT_MENU, [this](wxCommandEvent&) { OnMenuSettingsSetPassword(PasswordLock::User); }, kMenuSetUserPassword);
+    Bind(
+        wxEVT_MENU, [this](wxCommandEvent&) { OnMenuSettingsSetPassword(PasswordLock::Master); },
+        kMenuSetMasterPassword);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePair, this, kMenuPair);
+    Bind(wxEVT_MENU, [this](wxCommandEvent&) { Close(true); }, kMenuDisconnect);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsRename, this, kMenuRename);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsResetFactory, this, kMenuResetFactory);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsSetTime, this, kMenuSetTime);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsCalibrateCurrent, this, kMenuCalibrateCurrent);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuAbout, this, kMenuAbout);
+}
+
+bool GuiDevice::confirm(wxString const& question) {
+    wxMessageDialog box(this, question, "Confirmation", kQuestionStyle);
+    return showModal(box) == wxID_OK;
+}
+
+Zelmor::DoneCallback GuiDevice::replyHandler(std::function<void(GuiDevice&)> success) {
+    return [self = anchor_.handle(*this), success = std::move(success)](Zelmor::ResponseCode code) {
+        postToWindow(self, [code, success](GuiDevice& window) {
+            if (window.report(code) && success) success(window);
+        });
+    };
+}
+
+void GuiDevice::confirmAndSend(wxString const& question, void (Zelmor::*request)(Zelmor::DoneCallback)) {
+    if (confirm(question)) (device_.get()->*request)(replyHandler());
+}
+
+void GuiDevice::OnMenuDevicePowerControl(wxCommandEvent&) {
+    wxMessageDialog box(this, "Turn the device power ...", "Device Power", wxOK | wxCANCEL | wxCENTRE | wxSTAY_ON_TOP);
+    box.SetOKCancelLabels("ON", "OFF");
+    int const answer = showModal(box);
+    if (guard_.closeWaiting()) return;
+    device_->requestSetPowerState(answer == wxID_OK, replyHandler());
+}
+
+void GuiDevice::OnMenuSettingsSetPassword(PasswordLock lock) {
+    PasswordTexts const& texts = passwordTexts(lock);
+    GuiEnterString dialog(this, wxID_ANY, texts.title, true, true);
+    dialog.setPrompt(texts.newPrompt);
+    dialog.setConfirmationPrompt(texts.confirmPrompt);
+    if (showModal(dialog) != wxID_OK) return;
+    // An empty password removes the lock.
+    std::string const password = dialog.value();
+    sendPasswordChange(lock, password.empty() ? std::nullopt : std::optional(password));
+}
+
+void GuiDevice::sendPasswordChange(PasswordLock lock, std::optional<std::string> const& password) {
+    auto done = [self = anchor_.handle(*this), lock, password](Zelmor::ResponseCode code) {
+        postToWindow(self, [lock, password, code](GuiDevice& window) {
+            if (currentPasswordPrompt(code) != nullptr) {
+                window.unlockAndRetry(lock, password, code);
+                return;
+            }
+            if (!window.report(code) || password) return;
+            wxMessageDialog box(&window, passwordTexts(lock).resetText, "Confirmation", kInfoStyle);
+            window.showModal(box);
+        });
+    };
+    if (lock == PasswordLock::User) {
+        if (password)
+            device_->requestSetUserPasswordLock(makeAuthKey(*password), done);
+        else
+            device_->requestClearUserPasswordLock(done);
+    } else {
+        if (password)
+            device_->requestSetMasterPasswordLock(makeAuthKey(*password), done);
+        else
+            device_->requestClearMasterPasswordLock(done);
+    }
+}
+
+void GuiDevice::unlockAndRetry(PasswordLock lock, std::optional<std::string> const& password,
+                               Zelmor::ResponseCode lockedBy) {
+    GuiEnterString dialog(this, wxID_ANY, passwordTexts(lock).title, true, false);
+    dialog.setPrompt(currentPasswordPrompt(lockedBy));
+    if (showModal(dialog) != wxID_OK) return;
+    auto const self = anchor_.handle(*this);
+    device_->requestUnlock(makeAuthKey(dialog.value()), [self, lock, password](Zelmor::ResponseCode code) {
+        postToWindow(self, [lock, password, code](GuiDevice& window) {
+            if (code == Zelmor::ResponseCode::PasswordRejected) {
+                wxMessageDialog box(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
+                window.showModal(box);
+            } else if (window.report(code)) {
+                window.sendPasswordChange(lock, password);
+            }
+        });
+    });
+}
+
+void GuiDevice::OnMenuSettingsRename(wxCommandEvent&) {
+    GuiEnterString dialog(this, wxID_ANY, "Enter New Name", false, false);
+    dialog.setPrompt("Device name");
+    dialog.setMaxLength(deviceNameMaxLength(info_.hardwareRevision));
+    if (showModal(dialog) != wxID_OK) return;
+    std::string const name = dialog.value();
+    device_->requestRename(name, replyHandler([](GuiDevice& window) { window.refreshInfo(); }));
+}
+
+void GuiDevice::OnMenuDevicePair(wxCommandEvent&) {
+    auto const self = anchor_.handle(*this);
+    device_->requestGetAccessKeys([self](Zelmor::ResponseCode code, Zelmor::WifiAccessKey const& key) {
+        postToWindow(self, [code, key](GuiDevice& window) {
+            if (!window.report(code)) return;
+            localStore().addRemoteDevice(pairedDevice(window.info_, key));
+            wxMessageDialog box(&window, wxString::FromUTF8(pairingInstructions(window.info_.name)), "Instructions",
+                                kInfoStyle);
+            window.showModal(box);
+        });
+    });
+}
+
+void GuiDevice::OnMenuSettingsResetFactory(wxCommandEvent&) {
+    if (!confirm(kFactoryResetQuestion)) return;
+    device_->requestResetConfig(replyHandler([](GuiDevice& window) {
+        wxMessageDialog box(&window, "The device has been reset to factory defaults.", "Info", kInfoStyle);
+        window.showModal(box);
+        // The name is the factory's again.
+        window.refreshInfo();
+    }));
+}
+
+void GuiDevice::OnMenuSettingsSetTime(wxCommandEvent&) {
+    std::time_t const now = std::time(nullptr);
+    if (!confirm(wxString::FromUTF8(clockQuestion(now)))) return;
+    device_->requestSetTime(static_cast<uint32_t>(now), replyHandler());
+}
+
+void GuiDevice::OnMenuSettingsCalibrateCurrent(wxCommandEvent&) {
+    GuiCalibrateDialog dialog(this, wxID_ANY, "Calibrate Current");
+    if (showModal(dialog) != wxID_OK) return;
+    device_->requestCalibrateCurrent(dialog.current(), replyHandler());
+}
+
+void GuiDevice::OnMenuAbout(wxCommandEvent&) {
+    wxMessageDialog box(this, wxString::FromUTF8(deviceAboutText(info_)), "About", wxOK | wxCENTRE);
+    showModal(box);
+}
