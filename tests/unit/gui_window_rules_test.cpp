@@ -3,6 +3,8 @@
 // polls, and how it tells that a link ended.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <stdlib.h>
+#include <time.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -13,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "device_commands_text.h"
 #include "device_window_rules.h"
 #include "input_validation.h"
 #include "local_device_list.h"
@@ -93,6 +96,28 @@ constexpr char const* kRange = "must be between -2000 A and 2000 A, not 0";
 
 // Lengths are counted in characters, not bytes; the confirmation must be the
 // same characters, not ones that look alike.
+TEST(DeviceCommandsTextTest, ClockQuestionInTheLocalZoneOnATwelveHourClock) {
+    ::setenv("TZ", "Europe/Lisbon", 1);
+    ::tzset();
+    std::pair<std::time_t, char const*> const cases[] = {
+        {978307200, "12:00 AM - Jan 01, 2001"},   // midnight, winter time (UTC)
+        {993988800, "01:00 PM - Jul 01, 2001"},   // noon UTC is 1 PM in summer time
+        {1782860399, "11:59 PM - Jun 30, 2026"},  // the last minute of a day
+    };
+    for (auto const& [time, shown] : cases)
+        EXPECT_EQ(clockQuestion(time), std::string("The device clock will be set to:\n") + shown) << time;
+    ::unsetenv("TZ");
+    ::tzset();
+}
+
+TEST(DeviceCommandsTextTest, OnlyALockRefusalAsksForTheCurrentPassword) {
+    EXPECT_STREQ(currentPasswordPrompt(Zelmor::ResponseCode::LockedByUserPassword), "Enter user password");
+    EXPECT_STREQ(currentPasswordPrompt(Zelmor::ResponseCode::LockedByMasterPassword), "Enter master password");
+    for (auto code : {Zelmor::ResponseCode::Success, Zelmor::ResponseCode::RequestFailed,
+                      Zelmor::ResponseCode::PasswordRejected, Zelmor::ResponseCode::RequestTimeout})
+        EXPECT_EQ(currentPasswordPrompt(code), nullptr);
+}
+
 TEST(EnterStringProblemTest, RefusesTextsLongerThanTheMaximumOrUnconfirmed) {
     struct Case {
         std::string_view entry;
