@@ -2,9 +2,12 @@
 // device is read back with zelmorctl, not from the window.
 #include <gtest/gtest.h>
 
+#include <wx/dcscreen.h>
 #include <wx/menu.h>
+#include <wx/uiaction.h>
 
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -77,6 +80,28 @@ TEST(GuiDeviceCommandsTest, MenusAreEnabledOnceReadyAndWifiSetupOnlyForAWifiMode
         window->Close(true);
         ASSERT_TRUE(allWindowsGone());
     }
+}
+
+TEST(GuiDeviceCommandsTest, ScreenshotOfTheDeviceMenuOpen) {
+    SimFleet fleet({"--device", "V"});
+    ReadyWindow user(fleet, 0);
+    user.window.Raise();
+    user.window.SetFocus();
+    wxUIActionSimulator keyboard;
+    // The menu opens as the user opens it, with its mnemonic; it is a window
+    // of its own, so the picture is taken from the screen.
+    waitFor([] { return false; }, 300);
+    keyboard.Char('d', wxMOD_ALT);
+    waitFor([] { return false; }, 500);
+    wxRect const area = user.window.GetScreenRect();
+    wxBitmap bitmap(area.GetSize());
+    wxMemoryDC copy(bitmap);
+    wxScreenDC screen;
+    copy.Blit(0, 0, area.width, area.height, &screen, area.x, area.y);
+    copy.SelectObject(wxNullBitmap);
+    keyboard.Char(WXK_ESCAPE);
+    std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
+    EXPECT_TRUE(bitmap.SaveFile((program.parent_path() / "screenshots" / "device_menu.png").string(), wxBITMAP_TYPE_PNG));
 }
 
 TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
