@@ -9,11 +9,11 @@
 #include "auth_key.h"
 #include "device_window_rules.h"
 #include "gui_enter_string.h"
-#include "window_handle.h"
 #include "hardware_revision.h"
 #include "local_store_instance.h"
 #include "lock_status.h"
 #include "report_response_code.h"
+#include "window_handle.h"
 #include "zelmor_impl.h"
 
 namespace {
@@ -137,7 +137,8 @@ void GuiDevice::deviceUnlock(bool onConnect) {
             if (code == Zelmor::ResponseCode::Success) {
                 if (onConnect) window.deviceReady();
             } else if (code == Zelmor::ResponseCode::PasswordRejected) {
-                wxMessageDialog box(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
+                wxMessageDialog box(&window, "Invalid password.", "Error",
+                                    wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
                 if (window.showModal(box) == wxID_OK) window.deviceUnlock(onConnect);
             } else {
                 window.report(code);

@@ -72,7 +72,7 @@ void GuiDevice::buildMenus() {
 
 void GuiDevice::setMenusEnabled(bool enabled) {
     wxMenuBar* const bar = GetMenuBar();
-    bool const wifiSetup = isWifiFamily(info_.hardwareRevision) && device_ && device_->isDirectConnection();
+    bool const wifiSetup = isWifiFamily(info_.hardwareRevision) && device_->isDirectConnection();
     wxMenu* settings = nullptr;
     if (enabled && !wifiSetup && bar->FindItem(kMenuWifiSetup, &settings)) settings->Destroy(kMenuWifiSetup);
     for (Menu const& menu : kMenus)
@@ -98,13 +98,16 @@ void GuiDevice::bindCommands() {
             wxEVT_MENU, [this, &command](wxCommandEvent&) { confirmAndSend(command.question, command.request); },
             command.id);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePowerControl, this, kMenuPowerControl);
-    Bind(wxEVT_MENU, [this](wxCommandEvent&) { deviceUnlock(false); }, kMenuUnlock);
-    Bind(wxEVT_MENU, [this](wxCommandEvent&) { OnMenuSettingsSetPassword(PasswordLock::User); }, kMenuSetUserPassword);
+    Bind(
+        wxEVT_MENU, [this](wxCommandEvent&) { deviceUnlock(false); }, kMenuUnlock);
+    Bind(
+        wxEVT_MENU, [this](wxCommandEvent&) { OnMenuSettingsSetPassword(PasswordLock::User); }, kMenuSetUserPassword);
     Bind(
         wxEVT_MENU, [this](wxCommandEvent&) { OnMenuSettingsSetPassword(PasswordLock::Master); },
         kMenuSetMasterPassword);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePair, this, kMenuPair);
-    Bind(wxEVT_MENU, [this](wxCommandEvent&) { Close(true); }, kMenuDisconnect);
+    Bind(
+        wxEVT_MENU, [this](wxCommandEvent&) { Close(true); }, kMenuDisconnect);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsRename, this, kMenuRename);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsResetFactory, this, kMenuResetFactory);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsSetTime, this, kMenuSetTime);
@@ -182,7 +185,8 @@ void GuiDevice::unlockAndRetry(PasswordLock lock, std::optional<std::string> con
     device_->requestUnlock(makeAuthKey(dialog.value()), [self, lock, password](Zelmor::ResponseCode code) {
         postToWindow(self, [lock, password, code](GuiDevice& window) {
             if (code == Zelmor::ResponseCode::PasswordRejected) {
-                wxMessageDialog box(&window, "Invalid password.", "Error", wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
+                wxMessageDialog box(&window, "Invalid password.", "Error",
+                                    wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
                 window.showModal(box);
             } else if (window.report(code)) {
                 window.sendPasswordChange(lock, password);

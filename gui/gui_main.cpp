@@ -12,10 +12,10 @@
 #include "device_window_rules.h"
 #include "gui_device.h"
 #include "gui_enter_string.h"
-#include "window_handle.h"
 #include "hardware_revision.h"
 #include "local_device_cells.h"
 #include "local_store.h"
+#include "window_handle.h"
 
 namespace {
 

@@ -8,8 +8,7 @@ void runGuiEvent(GuiEvent& event) {
 
 }  // namespace
 
-WindowAnchor::WindowAnchor(wxEvtHandler& window)
-    : slot_(std::make_shared<window_handle_detail::Slot>(&window)) {
+WindowAnchor::WindowAnchor(wxEvtHandler& window) : slot_(std::make_shared<window_handle_detail::Slot>(&window)) {
     window.Bind(GUI_EVENT_TYPE, &runGuiEvent);
 }
 

@@ -66,14 +66,15 @@ public:
     void post(std::function<void(W&)> work) const {
         std::lock_guard lock(slot_->mutex);
         if (slot_->window == nullptr) return;
-        slot_->window->QueueEvent(new GuiEvent([slot = slot_, window = window_, work = std::move(work)](GuiEvent const&) {
-            // A window closed while the event waited may still be here: wx
-            // deletes a top-level window at the next idle time.
-            if (!slot->alive) return;
-            if constexpr (requires { window->IsBeingDeleted(); })
-                if (window->IsBeingDeleted()) return;
-            work(*window);
-        }));
+        slot_->window->QueueEvent(
+            new GuiEvent([slot = slot_, window = window_, work = std::move(work)](GuiEvent const&) {
+                // A window closed while the event waited may still be here: wx
+                // deletes a top-level window at the next idle time.
+                if (!slot->alive) return;
+                if constexpr (requires { window->IsBeingDeleted(); })
+                    if (window->IsBeingDeleted()) return;
+                work(*window);
+            }));
     }
 
 private:

@@ -101,7 +101,8 @@ TEST(GuiDeviceCommandsTest, ScreenshotOfTheDeviceMenuOpen) {
     copy.SelectObject(wxNullBitmap);
     keyboard.Char(WXK_ESCAPE);
     std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
-    EXPECT_TRUE(bitmap.SaveFile((program.parent_path() / "screenshots" / "device_menu.png").string(), wxBITMAP_TYPE_PNG));
+    EXPECT_TRUE(
+        bitmap.SaveFile((program.parent_path() / "screenshots" / "device_menu.png").string(), wxBITMAP_TYPE_PNG));
 }
 
 TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
@@ -141,8 +142,9 @@ TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
     EXPECT_TRUE(waitFor([&] { return window.GetTitle() == "Zelmor Manager: Bilge bank"; }));
 
     ASSERT_EQ(zelmorctl({"--lan", fleet.device(0).address, "set-time", "978307200"}).status, 0);
-    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuSetTime),
-                  ExpectMessage("Confirmation", "The device clock will be set to:\n", wxID_OK, ExpectMessage::Beginning));
+    wxTEST_DIALOG(
+        window.ProcessCommand(GuiDevice::kMenuSetTime),
+        ExpectMessage("Confirmation", "The device clock will be set to:\n", wxID_OK, ExpectMessage::Beginning));
     EXPECT_TRUE(user.deviceShows(monitor, [](nlohmann::json const& j) {
         return std::abs(j["time"].get<double>() - static_cast<double>(std::time(nullptr))) <= 2;
     }));
@@ -152,10 +154,10 @@ TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
         char const* question;
         char const* event;
     };
-    for (Logged const& step : {Logged{GuiDevice::kMenuZeroCurrentOffset, "Calibrate the current offset ?",
-                                      "current offset zeroed"},
-                               Logged{GuiDevice::kMenuForceFgSync, "Force the fuel gauge SoC synchronization ?",
-                                      "fuel gauge synchronised"}}) {
+    for (Logged const& step :
+         {Logged{GuiDevice::kMenuZeroCurrentOffset, "Calibrate the current offset ?", "current offset zeroed"},
+          Logged{GuiDevice::kMenuForceFgSync, "Force the fuel gauge SoC synchronization ?",
+                 "fuel gauge synchronised"}}) {
         wxTEST_DIALOG(window.ProcessCommand(step.command), ExpectMessage("Confirmation", step.question));
         EXPECT_TRUE(user.debugSays(step.event)) << step.event;
     }
@@ -169,7 +171,7 @@ TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
             EXPECT_TRUE(waitForMessage(answered + 1));
         },
         ExpectMessage("Confirmation", kFactoryResetQuestion),
-                  ExpectMessage("Info", "The device has been reset to factory defaults."));
+        ExpectMessage("Info", "The device has been reset to factory defaults."));
     EXPECT_TRUE(user.deviceShows({"info"}, [](nlohmann::json const& j) { return j["name"] == "Zelmor-K"; }));
     EXPECT_TRUE(waitFor([&] { return window.GetTitle() == "Zelmor Manager: Zelmor-K"; }));
     saveScreenshot(window, "device_window_commands");

@@ -6,8 +6,8 @@
 #include <wx/stattext.h>
 
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <string>
 #include <tuple>
 
