@@ -44,7 +44,7 @@ TEST(WindowHandleTest, ResultsReachTheWindowOnlyWhileItLives) {
             }
         });
     // wx runs one event of a window per call.
-    while (window->runs < 500) wxTheApp->ProcessPendingEvents();
+    while (window->runs < 500) wxAppConsole::GetInstance()->ProcessPendingEvents();
 
     // What is queued when the window starts to go is dropped on the GUI
     // thread; from then on nothing is queued.
@@ -52,14 +52,14 @@ TEST(WindowHandleTest, ResultsReachTheWindowOnlyWhileItLives) {
     int const runs = window->runs;
     int const before = posted;
     while (posted < before + 500) std::this_thread::yield();
-    wxTheApp->ProcessPendingEvents();
+    wxAppConsole::GetInstance()->ProcessPendingEvents();
     EXPECT_EQ(window->runs, runs);
 
     // The window itself goes while the workers still post.
     window.reset();
     int const gone = posted;
     while (posted < gone + 500) std::this_thread::yield();
-    wxTheApp->ProcessPendingEvents();
+    wxAppConsole::GetInstance()->ProcessPendingEvents();
     stop = true;
     for (std::thread& worker : workers) worker.join();
 }
