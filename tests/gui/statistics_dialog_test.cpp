@@ -198,7 +198,8 @@ TEST(StatisticsDialogTest, LinkThatStopsAnsweringIsToldOnce) {
 std::vector<std::string> lines(wxWindow& dialog) {
     std::vector<std::string> shown;
     for (wxWindow const* child : dialog.GetChildren())
-        if (auto const* line = wxDynamicCast(child, wxStaticText)) shown.push_back(line->GetLabel().utf8_string());
+        if (auto const* line = dynamic_cast<wxStaticText const*>(child))
+            shown.push_back(line->GetLabel().utf8_string());
     return shown;
 }
 
