@@ -105,6 +105,8 @@ TEST(StatisticsDialogTest, TimeSincePoweredOnMovesWhileTheDialogIsOpen) {
     ASSERT_TRUE(waitFor([&] { return !uptime.GetLabel().empty(); }));
     wxString const first = uptime.GetLabel();
     EXPECT_TRUE(waitFor([&] { return uptime.GetLabel() != first; })) << first;
+    press(dialog, wxID_CLOSE);
+    EXPECT_FALSE(dialog.IsShown());
 }
 
 TEST(StatisticsDialogTest, LockedDeviceIsToldOncePerShowingAndOnReset) {
@@ -171,6 +173,8 @@ TEST(StatisticsDialogTest, FuelGaugeDialogShowsTheRecordReadFromTheDevice) {
     auto const figure = [&](size_t i) { return std::stod(lines[i].substr(lines[i].find(':') + 1)); };
     EXPECT_NEAR(figure(6), gauge["min_battery_voltage"].get<double>(), 0.0011) << lines[6];
     EXPECT_EQ(figure(12), gauge["full_discharge_cycles"].get<double>()) << lines[12];
+    press(dialog, wxID_CLOSE);
+    EXPECT_FALSE(dialog.IsShown());
 }
 
 }  // namespace
