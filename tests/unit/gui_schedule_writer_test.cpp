@@ -1,0 +1,97 @@
+// Writing edited timers back to a device: every request of the write failed
+// in turn leaves the device with the old list or the new one, and a write
+// that succeeds leaves the new one exactly.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "callback_result.h"
+#include "command_codes.h"
+#include "in_process_zelmor.h"
+#include "schedule_writer.h"
+#include "simulated_device.h"
+
+namespace {
+
+using Code = Zelmor::ResponseCode;
+using Records = std::vector<sim::ScheduleRecord>;
+
+std::vector<ZelmorSchedule> timers(size_t count, unsigned firstHour, uint64_t keptBits = 0) {
+    std::vector<ZelmorSchedule> list(count);
+    for (size_t i = 0; i < count; ++i) {
+        list[i].setTiming(list[i].getTiming() | keptBits << 54);
+        list[i].setStartHour(static_cast<unsigned>((firstHour + i) % 24));
+        list[i].setStartMinute(static_cast<unsigned>(i));
+        list[i].setName("Timer " + std::to_string(i));
+    }
+    return list;
+}
+
+Records records(std::vector<ZelmorSchedule> const& list) {
+    Records out;
+    for (ZelmorSchedule const& s : list) out.push_back(s.bytes());
+    return out;
+}
+
+Code write(Zelmor& device, std::vector<ZelmorSchedule> const& before, std::vector<ZelmorSchedule> const& after) {
+    CallbackResult<Code> result;
+    writeSchedules(device, before, after, result.callback());
+    return std::get<0>(result.get());
+}
+
+std::vector<ZelmorSchedule> read(Zelmor& device) {
+    CallbackResult<Code, std::vector<ZelmorSchedule>> result;
+    device.requestGetSchedules(result.callback());
+    auto [code, list] = result.get();
+    EXPECT_EQ(code, Code::Success);
+    return list;
+}
+
+TEST(GuiScheduleWriter, AnyFailedRequestLeavesTheOldListAndSuccessTheNew) {
+    using namespace command;
+    std::vector<ZelmorSchedule> renamed = timers(2, 6);
+    renamed[1].setName("Renamed");
+    struct Case {
+        char const* name;
+        std::vector<ZelmorSchedule> before;
+        std::vector<ZelmorSchedule> after;
+        std::vector<uint16_t> requests;
+    };
+    Case const cases[] = {
+        {"first timers", {}, timers(3, 6, 0x2A5), {kClearSchedules, kAddSchedules, kCommitSchedules}},
+        {"more timers", timers(2, 6), timers(3, 7, 0x3FF), {kClearSchedules, kAddSchedules, kCommitSchedules}},
+        {"fewer timers", timers(3, 6), timers(1, 6), {kClearSchedules, kAddSchedules, kCommitSchedules}},
+        {"a full device replaced", timers(32, 0), timers(32, 1), {kClearSchedules, kAddSchedules, kCommitSchedules}},
+        {"a name changed", timers(2, 6), renamed, {kClearSchedules, kAddSchedules, kCommitSchedules}},
+        {"all deleted", timers(2, 6), {}, {kClearSchedules, kCommitSchedules}},
+        {"unchanged", timers(2, 6), timers(2, 6), {}},
+    };
+    for (Case const& c : cases) {
+        // Failing the k-th request for every k, then none.
+        for (size_t k = 0; k <= c.requests.size(); ++k) {
+            SCOPED_TRACE(testing::Message() << c.name << ", failing request " << k + 1);
+            sim::SimulatedDeviceConfig config;
+            config.historyDays = 0;
+            sim::SimulatedDevice device(config);
+            InProcessZelmor link(device);
+            CallbackResult<> connected;
+            link.setConnectedCallback(connected.callback());
+            link.connectLan(0x0100007F);
+            connected.get();
+            ASSERT_EQ(write(link, {}, c.before), Code::Success);
+            uint32_t const commits = device.snapshot().scheduleCommits;
+
+            bool const fails = k < c.requests.size();
+            if (fails) device.faults().configure({.failCommand = sim::CommandFailure{c.requests[k], 1}});
+            EXPECT_EQ(write(link, c.before, c.after), fails ? Code::RequestFailed : Code::Success);
+            Records const expected = records(fails ? c.before : c.after);
+            EXPECT_EQ(device.snapshot().schedules, expected);
+            // The link that wrote reads what the device runs, too.
+            EXPECT_EQ(records(read(link)), expected);
+            EXPECT_EQ(device.snapshot().scheduleCommits, commits + (!fails && !c.requests.empty()));
+        }
+    }
+}
+
+}  // namespace
