@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "sim_test_host.h"
 
@@ -90,18 +91,12 @@ TEST(SimFaults, FailedCommandsAnswerThreeWithoutRunning) {
     Bench b;
     TestHost other(b.device);
     b.device.faults().configure({.failCommand = sim::CommandFailure{0x14, 2}});
-    struct Step {
-        TestHost& host;
-        uint8_t relay;
-        uint16_t answer;
-        bool relayOn;
-    };
-    Step const steps[] = {{b.host, 0, 0, false}, {other, 1, 3, false}, {b.host, 1, 0, true}, {other, 0, 0, false}};
-    for (Step const& step : steps) {
-        SCOPED_TRACE(&step - steps);
-        EXPECT_EQ(step.host.call(0x12).code, 0);
-        EXPECT_EQ(step.host.call(0x14, {step.relay}).code, step.answer);
-        EXPECT_EQ(b.device.snapshot().relayOn, step.relayOn);
+    std::tuple<TestHost*, uint8_t, uint16_t> const steps[] = {
+        {&b.host, 0, 0}, {&other, 1, 3}, {&b.host, 1, 0}, {&other, 0, 0}};
+    for (auto const& [host, relay, answer] : steps) {
+        EXPECT_EQ(host->call(0x12).code, 0);
+        EXPECT_EQ(host->call(0x14, {relay}).code, answer);
+        EXPECT_EQ(b.device.snapshot().relayOn, answer == 0 && relay == 1);
     }
     b.device.faults().configure({.failCommand = sim::CommandFailure{0x14, 0}});
     for (int i = 0; i < 2; ++i) EXPECT_EQ(b.host.call(0x14, {1}).code, 3);
