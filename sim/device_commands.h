@@ -25,6 +25,9 @@ struct SessionState {
     std::optional<std::array<uint8_t, kChallengeLength>> challenge;
     /// The file listing continues after this id; 0 = from the start.
     uint32_t lastListedFileId = 0;
+    /// The timers as this connection's edits left them, from its first edit
+    /// until it commits them; lost with the connection.
+    std::optional<std::vector<ScheduleRecord>> scheduleEdits;
 };
 
 /// A command's answer before framing; notifications follow it on the link.

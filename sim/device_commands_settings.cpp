@@ -16,6 +16,11 @@ ScheduleRecord scheduleAt(uint8_t const* p) {
     return record;
 }
 
+std::vector<ScheduleRecord>& edits(CommandContext& c) {
+    if (!c.session.scheduleEdits) c.session.scheduleEdits = c.device.schedules;
+    return *c.session.scheduleEdits;
+}
+
 }  // namespace
 
 Status getConfig(CommandContext& c) {
@@ -45,6 +50,10 @@ Status rename(CommandContext& c) {
     return Status::Success;
 }
 
+// A connection edits its own copy of the timers, taken when it first edits
+// them; only a commit puts that copy in force. So the timers a device runs
+// and reports are only ever a whole list a host committed, however a
+// connection's edits end.
 Status getSchedules(CommandContext& c) {
     ByteWriter w(c.answer);
     for (ScheduleRecord const& s : c.device.schedules) w.writeBytes(s.data(), s.size());
@@ -54,33 +63,37 @@ Status getSchedules(CommandContext& c) {
 Status addSchedules(CommandContext& c) {
     if (c.length % kScheduleRecordSize != 0) return Status::InvalidParameter;
     size_t const count = c.length / kScheduleRecordSize;
+    std::vector<ScheduleRecord>& list = edits(c);
     // All or nothing: a batch that does not fit is refused whole.
-    if (c.device.schedules.size() + count > kMaxSchedules) return Status::RequestFailed;
-    for (size_t i = 0; i < count; ++i) c.device.schedules.push_back(scheduleAt(c.payload + i * kScheduleRecordSize));
+    if (list.size() + count > kMaxSchedules) return Status::RequestFailed;
+    for (size_t i = 0; i < count; ++i) list.push_back(scheduleAt(c.payload + i * kScheduleRecordSize));
     return Status::Success;
 }
 
 Status updateSchedule(CommandContext& c) {
     auto const index = readLe<uint32_t>(c.payload);
-    if (index >= c.device.schedules.size()) return Status::InvalidParameter;
-    c.device.schedules[index] = scheduleAt(c.payload + 4);
+    std::vector<ScheduleRecord>& list = edits(c);
+    if (index >= list.size()) return Status::InvalidParameter;
+    list[index] = scheduleAt(c.payload + 4);
     return Status::Success;
 }
 
 Status deleteSchedule(CommandContext& c) {
     auto const index = readLe<uint32_t>(c.payload);
-    if (index >= c.device.schedules.size()) return Status::InvalidParameter;
-    c.device.schedules.erase(c.device.schedules.begin() + index);
+    std::vector<ScheduleRecord>& list = edits(c);
+    if (index >= list.size()) return Status::InvalidParameter;
+    list.erase(list.begin() + index);
     return Status::Success;
 }
 
 Status clearSchedules(CommandContext& c) {
-    c.device.schedules.clear();
+    edits(c).clear();
     return Status::Success;
 }
 
 Status commitSchedules(CommandContext& c) {
-    c.device.committedSchedules = c.device.schedules;
+    c.device.schedules = edits(c);
+    c.session.scheduleEdits.reset();
     ++c.device.scheduleCommits;
     c.device.note("schedules committed (" + std::to_string(c.device.schedules.size()) + ")");
     return Status::Success;

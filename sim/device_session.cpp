@@ -79,7 +79,11 @@ void DeviceSession::handleFrame(uint8_t* frame, size_t length) {
     std::optional<RequestFrame> const request = frames_.open(frame, length);
     if (!request) return;
     if (device_.faults().consumeSilence()) return;
-    CommandResult const result = device_.execute(state_, request->code, request->payload, request->length);
+    CommandResult result;
+    if (device_.faults().failsCommand(request->code))
+        result.status = Status::RequestFailed;
+    else
+        result = device_.execute(state_, request->code, request->payload, request->length);
     sendAnswer(static_cast<uint16_t>(result.status), request->sequence, result.payload);
     for (std::vector<uint8_t> const& notification : result.notifications)
         sendFrame(kNotificationCode, 0, notification.data(), notification.size());

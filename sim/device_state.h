@@ -91,8 +91,8 @@ struct DeviceState {
     std::optional<AuthKey> masterKey;
 
     ConfigImage config = defaultConfigImage();
+    /// The timers in force: what 0x50 reads and a commit replaces.
     std::vector<ScheduleRecord> schedules;
-    std::vector<ScheduleRecord> committedSchedules;
     uint32_t scheduleCommits = 0;
     bool relayOn = true;
     int64_t timeOffset = 0;  // device time minus clock time

@@ -5,6 +5,7 @@ namespace sim {
 void FaultInjector::configure(FaultSettings const& settings) {
     std::lock_guard lock(mutex_);
     settings_ = settings;
+    failCommandCount_ = 0;
 }
 
 FaultSettings FaultInjector::settings() const {
@@ -17,6 +18,13 @@ bool FaultInjector::consumeSilence() {
     if (settings_.silentCommands == 0) return false;
     --settings_.silentCommands;
     return true;
+}
+
+bool FaultInjector::failsCommand(uint16_t code) {
+    std::lock_guard lock(mutex_);
+    if (!settings_.failCommand || settings_.failCommand->code != code) return false;
+    ++failCommandCount_;
+    return settings_.failCommand->nth == 0 || settings_.failCommand->nth == failCommandCount_;
 }
 
 FrameFate FaultInjector::processFrame(std::vector<uint8_t>& encoded) {

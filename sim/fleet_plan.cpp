@@ -61,6 +61,13 @@ std::string setFraction(double& field, std::string_view value) {
     return {};
 }
 
+std::string setCommandFailure(std::optional<CommandFailure>& field, std::string_view value) {
+    std::optional<CommandFailure> const failure = parseCommandFailure(value);
+    if (!failure) return "needs a command code in hexadecimal, optionally followed by @N (N from 1)";
+    field = failure;
+    return {};
+}
+
 struct Key {
     std::string_view name;
     bool takesValue;
@@ -105,6 +112,7 @@ constexpr Key kKeys[] = {
      [](DevicePlan& s, std::string_view v) { return setNumber<uint64_t>(s.faults.closeAfterBytes, v, 0, UINT64_MAX); }},
     {"bandwidth", true,
      [](DevicePlan& s, std::string_view v) { return setNumber<uint64_t>(s.faults.bytesPerSecond, v, 0, UINT64_MAX); }},
+    {"fail", true, [](DevicePlan& s, std::string_view v) { return setCommandFailure(s.faults.failCommand, v); }},
     {"stall", false,
      [](DevicePlan& s, std::string_view) {
          s.faults.stalled = true;
@@ -156,6 +164,20 @@ DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaul
     }
     applyDelayDefault(plan.faults, delayShareGiven);
     return {plan, {}};
+}
+
+std::optional<CommandFailure> parseCommandFailure(std::string_view text) {
+    size_t const at = std::min(text.find('@'), text.size());
+    std::string_view code = text.substr(0, at);
+    if (code.starts_with("0x") || code.starts_with("0X")) code.remove_prefix(2);
+    std::optional<uint16_t> const number = parseNumber<uint16_t>(code, 16);
+    if (!number) return std::nullopt;
+    CommandFailure failure{*number, 0};
+    if (at == text.size()) return failure;
+    std::optional<uint32_t> const nth = parseNumber<uint32_t>(text.substr(at + 1));
+    if (!nth || *nth == 0) return std::nullopt;
+    failure.nth = *nth;
+    return failure;
 }
 
 void applyDelayDefault(FaultSettings& faults, bool delayShareGiven) {

@@ -70,8 +70,9 @@ struct DevicePlanResult {
 /// Reads "MODEL[,key=value...]": MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi),
 /// then any of name=, serial= (hex), user=, master=, interval= (s), history=
 /// (days), seed=, silent, drop=, corrupt=, delay= (fractions), delay-ms=,
-/// close-after= (bytes), bandwidth= (bytes/s) and stall. What the text leaves out is taken
-/// from `defaults`. Values cannot contain commas.
+/// close-after= (bytes), bandwidth= (bytes/s), fail= (CODE[@N]) and stall.
+/// What the text leaves out is taken from `defaults`. Values cannot contain
+/// commas.
 DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaults);
 
 /// The fleet of a run that names no device: a Zelmor-K, a Zelmor-V, and a
@@ -82,6 +83,10 @@ std::vector<DevicePlan> defaultFleet(DevicePlan const& defaults);
 /// (`seed` plus the device's place) and consecutive addresses from `base`.
 /// The error text, or empty when every address is a loopback host address.
 std::string completeFleet(std::vector<DevicePlan>& devices, uint32_t base, uint64_t seed);
+
+/// Reads "CODE[@N]": the command code in hexadecimal ("0x51" or "51"), and
+/// which request with that code fails (from 1); without @N every one does.
+std::optional<CommandFailure> parseCommandFailure(std::string_view text);
 
 /// A delay given only as a share of answers holds them back kDefaultAnswerDelayMs.
 void applyDelayDefault(FaultSettings& faults, bool delayShareGiven);

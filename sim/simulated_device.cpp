@@ -41,7 +41,6 @@ DeviceSnapshot SimulatedDevice::snapshot() {
     s.wifiNetworkCount = d.wifiNetworks.size();
     s.config = d.config;
     s.schedules = d.schedules;
-    s.committedSchedules = d.committedSchedules;
     s.scheduleCommits = d.scheduleCommits;
     s.deviceTime = d.deviceTime();
     s.secondsSincePowerOn = static_cast<uint32_t>(d.battery.time() - d.bootTime);

@@ -29,8 +29,7 @@ struct DeviceSnapshot {
     std::string wifiNetwork;
     size_t wifiNetworkCount = 0;
     ConfigImage config{};
-    std::vector<ScheduleRecord> schedules;
-    std::vector<ScheduleRecord> committedSchedules;
+    std::vector<ScheduleRecord> schedules;  // the committed timers
     uint32_t scheduleCommits = 0;
     uint32_t deviceTime = 0;
     uint32_t secondsSincePowerOn = 0;

@@ -29,7 +29,7 @@ constexpr char const* kDescription =
 constexpr char const* kDeviceHelp =
     "A device (repeatable): MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi), then any of name=TEXT, serial=HEX, "
     "user=PASSWORD, master=PASSWORD, interval=SECONDS, history=DAYS, seed=N, silent, drop=F, corrupt=F, delay=F, "
-    "delay-ms=MS, close-after=BYTES, bandwidth=BYTES_PER_S, stall; e.g. V,name=Cabin bank,user=bilge";
+    "delay-ms=MS, close-after=BYTES, bandwidth=BYTES_PER_S, fail=CODE[@N], stall; e.g. V,name=Cabin bank,user=bilge";
 
 struct Options {
     std::vector<std::string> devices;
@@ -38,6 +38,7 @@ struct Options {
     uint64_t seed = 1;
     sim::FaultSettings faults;
     bool delayShareGiven = false;
+    std::string fail;
     std::string baseAddress = sim::addressText(sim::kDefaultBaseAddress);
     std::string hubAddress = sim::addressText(sim::kLocalHost);
     bool noHub = false;
@@ -67,6 +68,10 @@ void addOptions(CLI::App& app, Options& o) {
         ->check(CLI::Range(0u, sim::kMaxAnswerDelayMs));
     app.add_flag("--stall", o.faults.stalled, "Keep connections open but take in and answer nothing");
     app.add_option("--close-after", o.faults.closeAfterBytes, "Close each connection after sending this many bytes");
+    app.add_option("--fail", o.fail,
+                   "Requests with this command code (hexadecimal) answer 3 without being run; with @N only the "
+                   "Nth, counted from 1 over all connections")
+        ->type_name("CODE[@N]");
     app.add_option("--bandwidth", o.faults.bytesPerSecond, "Send at most this many bytes a second per connection");
     app.add_option("--base-address", o.baseAddress, "Address of the first device; the others follow it")
         ->capture_default_str();
@@ -88,6 +93,10 @@ std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
     defaults.historyDays = o.history;
     defaults.faults = o.faults;
     sim::applyDelayDefault(defaults.faults, o.delayShareGiven);
+    if (!o.fail.empty()) {
+        defaults.faults.failCommand = sim::parseCommandFailure(o.fail);
+        if (!defaults.faults.failCommand) return "--fail " + o.fail + ": needs CODE[@N], CODE in hexadecimal, N from 1";
+    }
 
     sim::FleetPlan fleet;
     if (o.devices.empty()) fleet.devices = sim::defaultFleet(defaults);

@@ -4,7 +4,6 @@
 // 64 bytes are split into continuation frames throughout.
 #include <gtest/gtest.h>
 
-
 #include "auth_key.h"
 #include "callback_result.h"
 #include "command_codes.h"
@@ -180,14 +179,18 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
     morning.setEndMinute(30);
     EXPECT_EQ(link.done(&E::requestUpdateSchedule, 0u, morning), Code::Success);
     EXPECT_EQ(link.done(&E::requestUpdateSchedule, 7u, morning), Code::InvalidParameter);
+    // Edits are read back only once committed.
+    EXPECT_TRUE(link.ok(&E::requestGetSchedules).empty());
+    EXPECT_EQ(link.done(&E::requestCommitSchedules), Code::Success);
     auto const schedules = link.ok(&E::requestGetSchedules);
     ASSERT_EQ(schedules.size(), 2u);
     EXPECT_EQ(schedules[0].bytes(), morning.bytes());
     EXPECT_EQ(schedules[1].bytes(), evening.bytes());
     EXPECT_EQ(link.done(&E::requestDeleteSchedule, 0u), Code::Success);
     EXPECT_EQ(link.done(&E::requestCommitSchedules), Code::Success);
-    EXPECT_EQ(link.device.snapshot().committedSchedules.size(), 1u);
+    EXPECT_EQ(link.device.snapshot().schedules.size(), 1u);
     EXPECT_EQ(link.done(&E::requestClearSchedules), Code::Success);
+    EXPECT_EQ(link.done(&E::requestCommitSchedules), Code::Success);
     EXPECT_TRUE(link.record(&E::requestGetSchedules).second.empty());
 
     std::atomic<int> named{0};

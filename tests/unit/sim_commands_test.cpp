@@ -44,18 +44,28 @@ TEST(SimCommands, AnswersByModelAndFirmware) {
     }
 }
 
-// 32 records at most, a batch that does not fit refused whole; clearing leaves
-// the committed ones alone.
-TEST(SimCommands, ScheduleLimits) {
+// 32 records at most, a batch that does not fit refused whole; edits count
+// only once committed, and a connection's uncommitted edits end with it.
+TEST(SimCommands, ScheduleLimitsAndCommits) {
     Bench b;
     Bytes const updateThird = concat({u32(2), Bytes(24, 7)});
     std::vector<Step> const script = {
         {0x51, Bytes(2 * 24, 1), 0},  {0x52, updateThird, 2},       {0x53, u32(2), 2},      {0x55, Bytes(), 0},
         {0x51, Bytes(31 * 24, 3), 3}, {0x51, Bytes(30 * 24, 3), 0}, {0x51, Bytes(24, 4), 3}};
     runScript(b.host, script);
+    EXPECT_EQ(b.host.call(0x50).payload.size(), 2u * 24u);
+    EXPECT_EQ(b.host.call(0x55).code, 0);
     EXPECT_EQ(b.host.call(0x50).payload.size(), 32u * 24u);
-    EXPECT_EQ(b.host.call(0x54).code, 0);
-    EXPECT_EQ(b.device.snapshot().committedSchedules.size(), 2u);
+    {
+        TestHost other(b.device);
+        EXPECT_EQ(other.call(0x54).code, 0);
+        EXPECT_EQ(b.host.call(0x50).payload.size(), 32u * 24u);
+    }
+    // The next edit starts again from the committed timers.
+    EXPECT_EQ(b.host.call(0x53, u32(31)).code, 0);
+    EXPECT_EQ(b.host.call(0x55).code, 0);
+    EXPECT_EQ(b.device.snapshot().schedules.size(), 31u);
+    EXPECT_EQ(b.device.snapshot().scheduleCommits, 3u);
 }
 
 // Eight networks at most, one of a known name replaced in place; removing the

@@ -14,7 +14,7 @@ TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
     defaults.faults.bytesPerSecond = 1000;
     sim::DevicePlanResult const r = sim::parseDevicePlan(
         "v,name=Cabin bank,serial=5a4c00000000beef,user=bilge,master=keel,interval=1,seed=7,drop=0.25,"
-        "corrupt=0.5,delay-ms=30,close-after=4096,stall,silent",
+        "corrupt=0.5,delay-ms=30,close-after=4096,stall,silent,fail=0x51@2",
         defaults);
     ASSERT_TRUE(r.plan.has_value()) << r.error;
     sim::DevicePlan const& d = *r.plan;
@@ -25,6 +25,8 @@ TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
     EXPECT_EQ(std::tie(f.dropFraction, f.corruptFraction, f.answerDelayMs, f.delayFraction, f.closeAfterBytes,
                        f.bytesPerSecond, f.stalled),
               std::make_tuple(0.25, 0.5, 30u, 1.0, 4096u, 1000u, true));
+    EXPECT_EQ(f.failCommand, (sim::CommandFailure{0x51, 2}));
+    EXPECT_EQ(sim::parseCommandFailure("54"), (sim::CommandFailure{0x54, 0}));
 
     // A share of delayed answers without a delay holds them back the default time.
     sim::DevicePlanResult const delayed = sim::parseDevicePlan("K,delay=0.5", defaults);
@@ -50,6 +52,8 @@ TEST(SimFleetPlan, BadDeviceTextsAreRefusedWithTheReason) {
         EXPECT_FALSE(r.plan.has_value()) << c.text;
         EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.text << ": " << r.error;
     }
+    for (char const* text : {"K,fail=51@0", "K,fail=10000", "K,fail=0x5g"})
+        EXPECT_NE(sim::parseDevicePlan(text, {}).error.find("fail needs"), std::string::npos) << text;
 }
 
 // Addresses are shown end to end (SimProgram); serials and seeds count up.

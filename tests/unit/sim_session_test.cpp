@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "sim_test_host.h"
 
@@ -61,6 +62,7 @@ TEST(SimSession, LongAnswersAreSplitIntoContinuationFrames) {
     config.maxFramePayload = 64;
     Bench b(config);
     EXPECT_EQ(b.host.call(0x51, Bytes(8 * 24, 0x11)).code, 0);
+    EXPECT_EQ(b.host.call(0x55).code, 0);
     std::vector<Frame> const frames = b.host.exchange(0x50);
     ASSERT_EQ(frames.size(), 3u);
     for (size_t i = 0; i < frames.size(); ++i) {
@@ -81,6 +83,24 @@ TEST(SimFaults, SilentCommandsAreNeitherRunNorAnsweredAndDroppedAnswersAreNotSen
     b.device.faults().configure({.dropFraction = 1.0});
     EXPECT_TRUE(b.host.exchange(0x14, {1}).empty());
     EXPECT_TRUE(b.device.snapshot().relayOn);
+}
+
+// The Nth request of a command fails whichever connection sends it; other
+// commands neither fail nor count.
+TEST(SimFaults, FailedCommandsAnswerThreeWithoutRunning) {
+    Bench b;
+    TestHost other(b.device);
+    b.device.faults().configure({.failCommand = sim::CommandFailure{0x14, 2}});
+    std::tuple<TestHost*, uint8_t, uint16_t> const steps[] = {
+        {&b.host, 0, 0}, {&other, 1, 3}, {&b.host, 1, 0}, {&other, 0, 0}};
+    for (auto const& [host, relay, answer] : steps) {
+        EXPECT_EQ(host->call(0x12).code, 0);
+        EXPECT_EQ(host->call(0x14, {relay}).code, answer);
+        EXPECT_EQ(b.device.snapshot().relayOn, answer == 0 && relay == 1);
+    }
+    b.device.faults().configure({.failCommand = sim::CommandFailure{0x14, 0}});
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(b.host.call(0x14, {1}).code, 3);
+    EXPECT_FALSE(b.device.snapshot().relayOn);
 }
 
 TEST(SimFaults, CorruptedAnswerDiffersInOneBodyByte) {
