@@ -24,10 +24,8 @@ GuiMultipleWifiSetup::GuiMultipleWifiSetup(wxWindow* parent, Zelmor& device)
     column->Add(buttons, wxSizerFlags().Expand().Border());
     SetSizerAndFit(column);
 
-    Bind(
-        wxEVT_BUTTON, [this](wxCommandEvent&) { addNetwork(); }, kAddId);
-    Bind(
-        wxEVT_BUTTON, [this](wxCommandEvent&) { removeNetwork(); }, kRemoveId);
+    Bind(wxEVT_BUTTON, &GuiMultipleWifiSetup::addNetwork, this, kAddId);
+    Bind(wxEVT_BUTTON, &GuiMultipleWifiSetup::removeNetwork, this, kRemoveId);
     Bind(
         wxEVT_UPDATE_UI, [this](wxUpdateUIEvent& event) { event.Enable(networks_->GetSelectedItemCount() > 0); },
         kRemoveId);
@@ -60,7 +58,7 @@ void GuiMultipleWifiSetup::listReceived(Zelmor::ResponseCode code, std::vector<Z
         setNetworkRow(networks_, static_cast<long>(i), {networks[i].ssid, wifiNetworkProperties(networks[i])});
 }
 
-void GuiMultipleWifiSetup::addNetwork() {
+void GuiMultipleWifiSetup::addNetwork(wxCommandEvent&) {
     GuiWifiAdd dialog(this);
     if (dialog.ShowModal() != wxID_OK) return;
     device_.requestAddWifiNetwork(dialog.network(), [self = anchor_.handle(*this)](Zelmor::ResponseCode code) {
@@ -68,7 +66,7 @@ void GuiMultipleWifiSetup::addNetwork() {
     });
 }
 
-void GuiMultipleWifiSetup::removeNetwork() {
+void GuiMultipleWifiSetup::removeNetwork(wxCommandEvent&) {
     long const row = networks_->GetNextItem(-1, wxLIST_NEXT_ALL, wxLIST_STATE_SELECTED);
     if (row < 0) return;
     // The rows are the device's list in its order: a row's index is the entry's.

@@ -31,8 +31,8 @@ private:
     /// periodic reads, which would repeat it every few seconds).
     void readList(bool report);
     void listReceived(Zelmor::ResponseCode code, std::vector<Zelmor::WifiNetwork> const& networks, bool report);
-    void addNetwork();
-    void removeNetwork();
+    void addNetwork(wxCommandEvent& event);
+    void removeNetwork(wxCommandEvent& event);
     /// After an add or a remove: the list and the state anew, or the failure.
     void changeDone(Zelmor::ResponseCode code);
 

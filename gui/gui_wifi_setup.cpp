@@ -31,8 +31,7 @@ GuiWifiSetup::GuiWifiSetup(wxWindow* parent, Zelmor& device)
     column->Add(buttons, wxSizerFlags().Expand().Border());
     SetSizerAndFit(column);
 
-    Bind(
-        wxEVT_BUTTON, [this](wxCommandEvent&) { startScan(); }, kRefreshId);
+    Bind(wxEVT_BUTTON, &GuiWifiSetup::refresh, this, kRefreshId);
     networks_->Bind(wxEVT_LIST_ITEM_ACTIVATED, &GuiWifiSetup::networkChosen, this);
     // Called on the link's worker thread with a record that lives only for
     // the call: a copy travels to the dialog.
@@ -45,6 +44,8 @@ GuiWifiSetup::GuiWifiSetup(wxWindow* parent, Zelmor& device)
 
 GuiWifiSetup::~GuiWifiSetup() { device_.setScanResultHandler({}); }
 
+void GuiWifiSetup::refresh(wxCommandEvent&) { startScan(); }
+
 void GuiWifiSetup::startScan() {
     // The results follow the answer: the list is emptied before they can come.
     networks_->DeleteAllItems();
@@ -56,6 +57,8 @@ void GuiWifiSetup::startScan() {
 
 void GuiWifiSetup::scanResultReceived(Zelmor::WifiScanResult const& result) {
     std::string const name = scanResultName(result);
+    // A hidden network has no name to join it by.
+    if (name.empty()) return;
     // A network seen twice (two access points) keeps one row, with the latest sighting.
     auto const same = std::find_if(results_.begin(), results_.end(),
                                    [&](Zelmor::WifiScanResult const& r) { return scanResultName(r) == name; });

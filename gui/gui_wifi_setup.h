@@ -25,6 +25,7 @@ public:
     ~GuiWifiSetup() override;
 
 private:
+    void refresh(wxCommandEvent& event);
     void startScan();
     void scanResultReceived(Zelmor::WifiScanResult const& result);
     void networkChosen(wxListEvent& event);
