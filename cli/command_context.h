@@ -40,7 +40,7 @@ inline CLI::App* addCommand(CLI::App& parent, std::string const& name, std::stri
     return command;
 }
 
-/// A subcommand that only groups others ("log", "config", "link", "firmware").
+/// A subcommand that only groups others ("log", "config", "link", "firmware", "wifi").
 inline CLI::App* addGroup(CLI::App& parent, std::string const& name, std::string const& description) {
     CLI::App* group = parent.add_subcommand(name, description);
     group->require_subcommand(1);
@@ -54,3 +54,4 @@ void addLockCommands(CLI::App& app, CommandContext& context);
 void addLogCommands(CLI::App& app, CommandContext& context);
 void addFirmwareCommands(CLI::App& app, CommandContext& context);
 void addLinkCommands(CLI::App& app, CommandContext& context);
+void addWifiCommands(CLI::App& app, CommandContext& context);

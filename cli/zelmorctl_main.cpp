@@ -44,6 +44,7 @@ int main(int argc, char** argv) {
     addLogCommands(app, context);
     addFirmwareCommands(app, context);
     addLinkCommands(app, context);
+    addWifiCommands(app, context);
 
     try {
         app.parse(argc, argv);

@@ -24,13 +24,18 @@ constexpr size_t kWifiListEntrySize = 35;
 constexpr size_t kFileDescriptorSize = 8;
 constexpr size_t kWifiNetworkSize = 100;
 constexpr size_t kPasswordSize = 64;
-constexpr uint8_t kWifiNetworkPadding[3]{};
+constexpr uint8_t kWifiNetworkPadding[2]{};
+// Network record option bits (byte 97) and list entry flags (byte 33).
+constexpr uint8_t kOptionMetered = 0x01;
+constexpr uint8_t kListInUse = 0x01;
+constexpr uint8_t kListFailed = 0x02;
+constexpr uint8_t kListMetered = 0x04;
 
 static_assert(kAccessKeyIdOffset + 16 + 32 == kAccessKeySize);
 static_assert(kStatisticsSkip + sizeof(uint32_t) + 8 * sizeof(float) == kMonitorStatisticsSize);
 static_assert(kStatisticsSkip + 72 == kFuelgaugeStatisticsSize);
 static_assert(kNameSize + 3 == kWifiListEntrySize);
-static_assert(kNameSize + kPasswordSize + 1 + sizeof(kWifiNetworkPadding) == kWifiNetworkSize);
+static_assert(kNameSize + kPasswordSize + 2 + sizeof(kWifiNetworkPadding) == kWifiNetworkSize);
 static_assert(2 + 1 + 4 + 4 + 4 * sizeof(float) + 2 * sizeof(int64_t) + sizeof(float) + 1 + 1 + 2 == kMonitorDataSize);
 
 // The information record grew one status byte in a firmware release of each
@@ -209,8 +214,12 @@ void decodeWifiNetworkList(uint8_t const* data, size_t length, std::vector<Zelmo
     for (size_t i = 0; i < count; ++i) {
         Zelmor::WifiNetwork network;
         network.ssid = r.readString(kNameSize);
-        // The per-network bytes after the name are not used by the application.
-        r.skip(kWifiListEntrySize - kNameSize);
+        network.security = r.read<uint8_t>();
+        auto const flags = r.read<uint8_t>();
+        network.inUse = (flags & kListInUse) != 0;
+        network.failed = (flags & kListFailed) != 0;
+        network.metered = (flags & kListMetered) != 0;
+        network.lastSignal = r.read<int8_t>();
         out.push_back(std::move(network));
     }
 }
@@ -232,6 +241,7 @@ std::vector<uint8_t> encodeWifiNetwork(Zelmor::WifiNetwork const& network) {
         .writeString(network.ssid, kNameSize)
         .writeString(network.password, kPasswordSize)
         .write<uint8_t>(network.security)
+        .write<uint8_t>(network.metered ? kOptionMetered : 0)
         .writeBytes(kWifiNetworkPadding, sizeof(kWifiNetworkPadding));
     return out;
 }

@@ -34,12 +34,14 @@ ResponseCode decodeAuthKey(uint8_t const* data, size_t length, Zelmor::AuthKey& 
 ResponseCode decodeAccessKey(uint8_t const* data, size_t length, Zelmor::WifiAccessKey& out);
 /// 0x50: a run of 24-byte records; a shorter remainder is ignored.
 void decodeSchedules(uint8_t const* data, size_t length, std::vector<ZelmorSchedule>& out);
-/// 0x70: a run of 35-byte entries (32-byte name, 3 bytes of per-network data).
+/// 0x70: a run of 35-byte entries: 32-byte name, security, flags (bit 0 in
+/// use, bit 1 failed last time, bit 2 metered), last signal in dBm (signed).
 void decodeWifiNetworkList(uint8_t const* data, size_t length, std::vector<Zelmor::WifiNetwork>& out);
 /// 0x40: a page of 8-byte descriptors appended to `out`; a shorter remainder is ignored.
 void decodeFileListPage(uint8_t const* data, size_t length, std::vector<Zelmor::LogFileDescriptor>& out);
 
-/// The 100-byte payload of 0x61 and 0x71.
+/// The 100-byte payload of 0x61 and 0x71: name, password, security, options
+/// (bit 0 metered), two zero bytes.
 std::vector<uint8_t> encodeWifiNetwork(Zelmor::WifiNetwork const& network);
 
 /// The WifiScanResult carried by a notification of exactly this many bytes.

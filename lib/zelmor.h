@@ -124,11 +124,18 @@ public:
         bool operator==(WifiAccessKey const&) const = default;
     };
 
-    /// A network the device may join (payload of 0x61 and 0x71, 100 bytes).
+    /// A network the device may join (payload of 0x61 and 0x71, 100 bytes),
+    /// or one entry of the device's list of known networks (0x70).
     struct WifiNetwork {
+        static constexpr int8_t kNeverSeen = -127;
         std::string ssid;      // at most 32 bytes
-        std::string password;  // at most 64 bytes
-        uint8_t security = 0;
+        std::string password;  // at most 64 bytes; the list never carries it
+        uint8_t security = 0;  // 0 open; any other value needs a password
+        bool metered = false;  // a mobile hotspot or a link with limited data
+        // What the list tells about an entry; not sent with 0x61 and 0x71.
+        bool inUse = false;
+        bool failed = false;             // the device failed to join it the last time it tried
+        int8_t lastSignal = kNeverSeen;  // dBm
         bool operator==(WifiNetwork const&) const = default;
     };
 

@@ -53,9 +53,9 @@ constexpr CommandRow kCommands[] = {
     {kWifiConfigure, wifiConfigure, Guard::Master, Models::Wifi, kNetworkRecord, kNetworkRecord},
     {kGetAccessKeys, getAccessKeys, Guard::User, Models::Network, 0, 0},
     {kResetAccessKeys, resetAccessKeys, Guard::Master, Models::Network, 0, 0},
-    {kGetWifiNetworks, getWifiNetworks, Guard::User, Models::Wifi, 0, 0},
-    {kAddWifiNetwork, addWifiNetwork, Guard::Master, Models::Wifi, kNetworkRecord, kNetworkRecord},
-    {kRemoveWifiNetwork, removeWifiNetwork, Guard::Master, Models::Wifi, 1, 1},
+    {kGetWifiNetworks, getWifiNetworks, Guard::User, Models::WifiList, 0, 0},
+    {kAddWifiNetwork, addWifiNetwork, Guard::Master, Models::WifiList, kNetworkRecord, kNetworkRecord},
+    {kRemoveWifiNetwork, removeWifiNetwork, Guard::Master, Models::WifiList, 1, 1},
     {kReadDebug, readDebug, Guard::User, Models::All, 8, 8},
     {kEraseDebug, eraseDebug, Guard::Master, Models::All, 0, 0},
     {kFirmwareStart, firmwareStart, Guard::Master, Models::All, 4, 4},
@@ -65,14 +65,17 @@ constexpr CommandRow kCommands[] = {
 };
 
 // Indexed by Models.
-constexpr bool (*kModelFilters[])(uint8_t) = {[](uint8_t) { return true; }, isNetworkModel, isWifiFamily};
+constexpr bool (*kModelFilters[])(DeviceState const&) = {
+    [](DeviceState const&) { return true; },
+    [](DeviceState const& d) { return isNetworkModel(d.hardwareRevision); },
+    [](DeviceState const& d) { return isWifiFamily(d.hardwareRevision); },
+    [](DeviceState const& d) { return isWifiFamily(d.hardwareRevision) && d.wifi.kind() == WifiKind::NetworkList; },
+};
 
-bool knows(Models models, uint8_t hardwareRevision) {
-    return kModelFilters[static_cast<size_t>(models)](hardwareRevision);
-}
+bool knows(Models models, DeviceState const& device) { return kModelFilters[static_cast<size_t>(models)](device); }
 
 Status admit(CommandRow const& row, DeviceState const& device, SessionState const& session, size_t length) {
-    if (!knows(row.models, device.hardwareRevision)) return Status::InvalidRequest;
+    if (!knows(row.models, device)) return Status::InvalidRequest;
     if (row.guard != Guard::Open && isUserLocked(device, session)) return Status::LockedByUser;
     if (row.guard == Guard::Master && isMasterLocked(device, session)) return Status::LockedByMaster;
     if (length < row.minLength || length > row.maxLength) return Status::InvalidParameter;

@@ -57,7 +57,8 @@ using CommandHandler = Status (*)(CommandContext&);
 enum class Guard : uint8_t { Open, User, Master };
 
 /// The models whose firmware knows a command; the others answer 1.
-enum class Models : uint8_t { All, Network, Wifi };
+/// WifiList: the WiFi models that keep a list of known networks.
+enum class Models : uint8_t { All, Network, Wifi, WifiList };
 
 inline constexpr size_t kAnyLength = std::numeric_limits<size_t>::max();
 

@@ -1,3 +1,4 @@
+#include <array>
 #include <cmath>
 
 #include "byte_io.h"
@@ -12,6 +13,10 @@ constexpr size_t kNameField = 32;
 constexpr size_t kWifiNetworkField = 32;
 constexpr size_t kBluetoothNameField = 8;
 constexpr float kMaxCalibrationCurrent = 2000;
+// Extra status bits: bit 0 the relay is on; bit 1 (WiFi models) the device
+// keeps a list of known networks.
+constexpr uint8_t kExtraRelayOn = 0x01;
+constexpr uint8_t kExtraKnownNetworks = 0x02;
 
 // Lock status bits: network models use bits 4 and 5, Bluetooth models 0 and 1.
 struct LockBits {
@@ -30,10 +35,13 @@ uint8_t lockStatus(CommandContext const& c) {
 void writeInfoWifi(CommandContext const& c, ByteWriter& w, bool withExtra, uint8_t extra) {
     DeviceState const& d = c.device;
     w.write<uint64_t>(d.serial).writeString(d.name, kNameField);
-    w.write<uint8_t>(static_cast<uint8_t>(d.wifiStatus)).writeString(d.wifiNetwork, kWifiNetworkField);
+    w.write<uint8_t>(static_cast<uint8_t>(d.wifi.status())).writeString(d.wifi.network(), kWifiNetworkField);
     w.write<uint8_t>(lockStatus(c));
     if (withExtra) w.write<uint8_t>(extra);
-    w.writeBytes(d.ipAddress.data(), d.ipAddress.size());
+    // Off the network, or before the network has given it one, the device has no address.
+    std::array<uint8_t, 4> const none{};
+    std::array<uint8_t, 4> const& address = d.wifi.hasAddress() ? d.ipAddress : none;
+    w.writeBytes(address.data(), address.size());
 }
 
 void writeInfoLan(CommandContext const& c, ByteWriter& w, bool withExtra, uint8_t extra) {
@@ -81,7 +89,9 @@ Status getInfo(CommandContext& c) {
     ByteWriter w(c.answer);
     writeIdentity(c, w);
     InfoLayout const& layout = infoLayout(c.device.hardwareRevision);
-    uint8_t const extra = c.device.relayOn ? 0x01 : 0x00;
+    DeviceState const& d = c.device;
+    uint8_t extra = d.relayOn ? kExtraRelayOn : 0x00;
+    if (isWifiFamily(d.hardwareRevision) && d.wifi.kind() == WifiKind::NetworkList) extra |= kExtraKnownNetworks;
     layout.write(c, w, c.device.firmwareVersion >= layout.extraStatusFrom, extra);
     return Status::Success;
 }

@@ -1,5 +1,6 @@
 #include <algorithm>
-#include <random>
+#include <optional>
+#include <string>
 
 #include "byte_io.h"
 #include "device_commands.h"
@@ -11,26 +12,18 @@ namespace {
 constexpr size_t kSsidField = 32;
 constexpr size_t kPasswordField = 64;
 constexpr size_t kNameField = 32;
-constexpr size_t kMaxNetworks = 8;
 constexpr uint8_t kMaxSecurity = 4;  // WPA3
 constexpr uint8_t kAccessKeysFormat = 1;
-constexpr int8_t kNeverSeen = -127;
 
-// Scan result and network list flags.
+// Network record option bits (byte 97).
+constexpr uint8_t kOptionMetered = 0x01;
+// Scan result flags.
 constexpr uint8_t kFlagSaved = 0x01;
 constexpr uint8_t kFlagInUse = 0x02;
+// Network list flags.
 constexpr uint8_t kListFlagInUse = 0x01;
-
-// The networks within reach of the simulated device.
-struct NearbyNetwork {
-    char const* ssid;
-    uint8_t security;
-    uint8_t channel;
-};
-constexpr NearbyNetwork kNearby[] = {
-    {"HarbourNet", 3, 6}, {"Marina-Guest", 0, 1}, {"Sunseeker-5", 3, 11},
-    {"Skipper", 4, 3},    {"OldBoat", 1, 9},      {"Camper-WiFi", 2, 13},
-};
+constexpr uint8_t kListFlagFailed = 0x02;
+constexpr uint8_t kListFlagMetered = 0x04;
 
 std::optional<StoredNetwork> parseNetwork(CommandContext const& c) {
     ByteReader r(c.payload, c.length);
@@ -38,42 +31,27 @@ std::optional<StoredNetwork> parseNetwork(CommandContext const& c) {
     network.ssid = r.readString(kSsidField);
     network.password = r.readString(kPasswordField);
     network.security = r.read<uint8_t>();
+    network.metered = (r.read<uint8_t>() & kOptionMetered) != 0;
     if (network.ssid.empty() || network.security > kMaxSecurity) return std::nullopt;
-    network.lastSignal = kNeverSeen;
     return network;
 }
 
-// Stores a network, replacing the one of the same name; false when there is no room.
-bool storeNetwork(DeviceState& d, StoredNetwork const& network) {
-    auto it = std::find_if(d.wifiNetworks.begin(), d.wifiNetworks.end(),
-                           [&](StoredNetwork const& n) { return n.ssid == network.ssid; });
-    if (it != d.wifiNetworks.end()) {
-        it->password = network.password;
-        it->security = network.security;
-        return true;
-    }
-    if (d.wifiNetworks.size() >= kMaxNetworks) return false;
-    d.wifiNetworks.push_back(network);
-    return true;
-}
-
-bool isSaved(DeviceState const& d, std::string_view ssid) {
-    return std::any_of(d.wifiNetworks.begin(), d.wifiNetworks.end(),
+bool isSaved(DeviceWifi const& wifi, std::string_view ssid) {
+    return std::any_of(wifi.stored().begin(), wifi.stored().end(),
                        [&](StoredNetwork const& n) { return n.ssid == ssid; });
 }
 
-std::vector<uint8_t> scanResult(DeviceState const& d, std::string_view ssid, int8_t rssi, uint8_t security,
-                                uint8_t channel, uint8_t index) {
-    bool const inUse = d.wifiStatus == WifiStatus::Connected && d.wifiNetwork == ssid;
-    uint8_t const flags = static_cast<uint8_t>((isSaved(d, ssid) ? kFlagSaved : 0) | (inUse ? kFlagInUse : 0));
+std::vector<uint8_t> scanResult(DeviceWifi const& wifi, NetworkInReach const& n) {
+    bool const inUse = wifi.status() == WifiStatus::Connected && wifi.network() == n.ssid;
+    uint8_t const flags = static_cast<uint8_t>((isSaved(wifi, n.ssid) ? kFlagSaved : 0) | (inUse ? kFlagInUse : 0));
     // Locally administered BSSIDs, one per network.
-    uint8_t const bssid[6] = {0x02, 0x5A, 0x4C, 0x57, 0x00, static_cast<uint8_t>(0x10 + index)};
+    uint8_t const bssid[6] = {0x02, 0x5A, 0x4C, 0x57, 0x00, static_cast<uint8_t>(0x10 + n.placeIndex)};
     std::vector<uint8_t> out;
     ByteWriter(out)
-        .writeString(ssid, kSsidField)
-        .write<int8_t>(rssi)
-        .write<uint8_t>(security)
-        .write<uint8_t>(channel)
+        .writeString(n.ssid, kSsidField)
+        .write<int8_t>(n.signal)
+        .write<uint8_t>(n.security)
+        .write<uint8_t>(n.channel)
         .writeBytes(bssid, sizeof bssid)
         .write<uint8_t>(flags);
     return out;
@@ -83,25 +61,8 @@ std::vector<uint8_t> scanResult(DeviceState const& d, std::string_view ssid, int
 
 Status startWifiScan(CommandContext& c) {
     DeviceState& d = c.device;
-    size_t const count = std::uniform_int_distribution<size_t>(3, 5)(d.rng);
-    std::vector<uint8_t> order(std::size(kNearby));
-    for (size_t i = 0; i < order.size(); ++i) order[i] = static_cast<uint8_t>(i);
-    std::shuffle(order.begin(), order.end(), d.rng);
-    // The network the device is on, when within reach, is always among the results.
-    std::stable_partition(order.begin(), order.end(), [&](uint8_t i) {
-        return d.wifiStatus == WifiStatus::Connected && d.wifiNetwork == kNearby[i].ssid;
-    });
-    order.resize(count);
-    std::uniform_int_distribution<int> signal(-88, -40);
-    std::vector<std::pair<int8_t, uint8_t>> found;
-    for (uint8_t i : order) found.emplace_back(static_cast<int8_t>(signal(d.rng)), i);
-    std::sort(found.begin(), found.end(), [](auto const& a, auto const& b) { return a.first > b.first; });
-    for (auto const& [rssi, i] : found) {
-        NearbyNetwork const& n = kNearby[i];
-        c.notifications.push_back(scanResult(d, n.ssid, rssi, n.security, n.channel, i));
-        for (StoredNetwork& stored : d.wifiNetworks)
-            if (stored.ssid == n.ssid) stored.lastSignal = rssi;
-    }
+    std::vector<NetworkInReach> const found = d.wifi.scan(d.now());
+    for (NetworkInReach const& n : found) c.notifications.push_back(scanResult(d.wifi, n));
     d.note("WiFi scan: " + std::to_string(found.size()) + " networks");
     return Status::Success;
 }
@@ -110,13 +71,8 @@ Status wifiConfigure(CommandContext& c) {
     std::optional<StoredNetwork> const network = parseNetwork(c);
     if (!network) return Status::InvalidParameter;
     DeviceState& d = c.device;
-    if (!storeNetwork(d, *network)) return Status::RequestFailed;
-    d.wifiNetwork = network->ssid;
-    d.wifiStatus = WifiStatus::Connected;
-    for (StoredNetwork& stored : d.wifiNetworks)
-        if (stored.ssid == network->ssid && stored.lastSignal == kNeverSeen)
-            stored.lastSignal = static_cast<int8_t>(std::uniform_int_distribution<int>(-75, -45)(d.rng));
-    d.note("WiFi joined " + network->ssid);
+    if (!d.wifi.join(*network, d.now())) return Status::RequestFailed;
+    d.note("WiFi joining " + network->ssid);
     return Status::Success;
 }
 
@@ -138,13 +94,14 @@ Status resetAccessKeys(CommandContext& c) {
 }
 
 Status getWifiNetworks(CommandContext& c) {
-    DeviceState const& d = c.device;
-    size_t const inUse = d.wifiNetworkInUse();
+    DeviceWifi const& wifi = c.device.wifi;
+    size_t const inUse = wifi.inUse();
     ByteWriter w(c.answer);
-    for (size_t i = 0; i < d.wifiNetworks.size(); ++i) {
-        StoredNetwork const& n = d.wifiNetworks[i];
-        w.writeString(n.ssid, kSsidField).write<uint8_t>(n.security);
-        w.write<uint8_t>(i == inUse ? kListFlagInUse : 0).write<int8_t>(n.lastSignal);
+    for (size_t i = 0; i < wifi.stored().size(); ++i) {
+        StoredNetwork const& n = wifi.stored()[i];
+        auto const flags = static_cast<uint8_t>((i == inUse ? kListFlagInUse : 0) | (n.failed ? kListFlagFailed : 0) |
+                                                (n.metered ? kListFlagMetered : 0));
+        w.writeString(n.ssid, kSsidField).write<uint8_t>(n.security).write<uint8_t>(flags).write<int8_t>(n.lastSignal);
     }
     return Status::Success;
 }
@@ -152,7 +109,7 @@ Status getWifiNetworks(CommandContext& c) {
 Status addWifiNetwork(CommandContext& c) {
     std::optional<StoredNetwork> const network = parseNetwork(c);
     if (!network) return Status::InvalidParameter;
-    if (!storeNetwork(c.device, *network)) return Status::RequestFailed;
+    if (!c.device.wifi.store(*network)) return Status::RequestFailed;
     c.device.note("WiFi network added " + network->ssid);
     return Status::Success;
 }
@@ -160,13 +117,9 @@ Status addWifiNetwork(CommandContext& c) {
 Status removeWifiNetwork(CommandContext& c) {
     DeviceState& d = c.device;
     size_t const index = c.payload[0];
-    if (index >= d.wifiNetworks.size()) return Status::InvalidParameter;
-    if (index == d.wifiNetworkInUse()) {
-        d.wifiStatus = WifiStatus::NotConnected;
-        d.wifiNetwork.clear();
-    }
-    d.note("WiFi network removed " + d.wifiNetworks[index].ssid);
-    d.wifiNetworks.erase(d.wifiNetworks.begin() + static_cast<std::ptrdiff_t>(index));
+    if (index >= d.wifi.stored().size()) return Status::InvalidParameter;
+    d.note("WiFi network removed " + d.wifi.stored()[index].ssid);
+    d.wifi.remove(index);
     return Status::Success;
 }
 

@@ -82,6 +82,7 @@ DeviceState::DeviceState(SimulatedDeviceConfig const& c)
       masterKey(keyOf(c.masterPassword)),
       clock(clockOf(c)),
       rng(c.seed),
+      wifi(c.wifiKind, c.seed, isWifiFamily(c.hardwareRevision) ? c.wifiNetwork : std::string(), clock()),
       sensor{0.02 + 0.04 * std::uniform_real_distribution<double>(0, 1)(rng), 0.004},
       logInterval(std::max<uint32_t>(1, c.logIntervalSeconds)),
       bootTime(historyStart(clock, c.historyDays)),
@@ -91,11 +92,6 @@ DeviceState::DeviceState(SimulatedDeviceConfig const& c)
       log(c.hardwareRevision) {
     name = c.name.empty() ? factoryName() : c.name.substr(0, maxNameLength());
     renewAccessKey();
-    if (isWifiFamily(hardwareRevision) && !c.wifiNetwork.empty()) {
-        wifiNetworks.push_back({c.wifiNetwork.substr(0, kNetworkNameLength), "", 3, -52});
-        wifiNetwork = wifiNetworks.back().ssid;
-        wifiStatus = WifiStatus::Connected;
-    }
     note("power on, firmware " + versionText(firmwareVersion));
     catchUp();
 }
@@ -119,6 +115,7 @@ void DeviceState::catchUp() {
         }
     }
     statistics.observe(measure());
+    wifi.catchUp(target);
 }
 
 MeasuredSample DeviceState::measure() const {
@@ -152,9 +149,8 @@ MonitorReadings DeviceState::readings() const {
         double const minutes = statistics.remainingAh() / -s.current * 60;
         r.runtime = static_cast<uint16_t>(std::min(minutes, static_cast<double>(kRuntimeMax)));
     }
-    r.rssi = kRssiNotAvailable;
-    if (size_t const inUse = wifiNetworkInUse(); inUse < wifiNetworks.size())
-        r.rssi = static_cast<int16_t>(wifiNetworks[inUse].lastSignal - (battery.time() / 10) % 5);
+    std::optional<int8_t> const signal = wifi.signalInUse(battery.time());
+    r.rssi = signal ? *signal : kRssiNotAvailable;
     return r;
 }
 
@@ -172,13 +168,6 @@ std::string DeviceState::factoryName() const {
 
 size_t DeviceState::maxNameLength() const {
     return isNetworkModel(hardwareRevision) ? kNetworkNameLength : kBluetoothNameLength;
-}
-
-size_t DeviceState::wifiNetworkInUse() const {
-    if (wifiStatus != WifiStatus::Connected) return wifiNetworks.size();
-    auto it = std::find_if(wifiNetworks.begin(), wifiNetworks.end(),
-                           [this](StoredNetwork const& n) { return n.ssid == wifiNetwork; });
-    return static_cast<size_t>(it - wifiNetworks.begin());
 }
 
 }  // namespace sim

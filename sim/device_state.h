@@ -13,6 +13,7 @@
 #include "debug_area.h"
 #include "device_log.h"
 #include "device_statistics.h"
+#include "device_wifi.h"
 #include "firmware_update.h"
 #include "simulated_device_config.h"
 #include "zelmor.h"
@@ -31,17 +32,8 @@ std::string versionText(uint16_t version);
 /// The factory content of the configuration image.
 ConfigImage defaultConfigImage();
 
-enum class WifiStatus : uint8_t { NotConnected = 0, Connecting = 1, Connected = 2, Failed = 3 };
-
 /// Power status byte of the monitor data.
 enum class PowerStatus : uint8_t { Off = 0, On = 1, LowVoltageDisconnect = 2 };
-
-struct StoredNetwork {
-    std::string ssid;
-    std::string password;
-    uint8_t security = 0;
-    int8_t lastSignal = 0;  // dBm
-};
 
 /// Error of the current sensor that calibration removes.
 struct SensorCalibration {
@@ -97,12 +89,9 @@ struct DeviceState {
     bool relayOn = true;
     int64_t timeOffset = 0;  // device time minus clock time
 
-    WifiStatus wifiStatus = WifiStatus::NotConnected;
-    std::string wifiNetwork;
-    std::vector<StoredNetwork> wifiNetworks;
-
     DeviceClock clock;
     std::mt19937_64 rng;
+    DeviceWifi wifi;
     Zelmor::WifiAccessKey accessKey;
     SensorCalibration sensor;
     uint32_t logInterval;
@@ -116,7 +105,7 @@ struct DeviceState {
 
     int64_t now() const { return clock(); }
     uint32_t deviceTime() const { return static_cast<uint32_t>(battery.time() + timeOffset); }
-    /// Runs the battery, meters, statistics and data log up to the clock.
+    /// Runs the battery, meters, statistics, data log and WiFi up to the clock.
     void catchUp();
     MeasuredSample measure() const;
     MonitorReadings readings() const;
@@ -127,7 +116,6 @@ struct DeviceState {
     /// The model name, cut to what the model can show.
     std::string factoryName() const;
     size_t maxNameLength() const;
-    size_t wifiNetworkInUse() const;  // index, or the count when none
 };
 
 }  // namespace sim

@@ -30,6 +30,7 @@ std::string deviceSummary(DevicePlan const& plan, SimulatedDevice& device) {
     if (!plan.userPassword.empty()) line += fmt::format("  user password \"{}\"", plan.userPassword);
     if (!plan.masterPassword.empty()) line += fmt::format("  master password \"{}\"", plan.masterPassword);
     if (!plan.announced) line += "  silent";
+    if (isWifiFamily(plan.hardwareRevision) && plan.wifi == WifiKind::OneNetwork) line += "  keeps one WiFi network";
     return line + "  " + deviceLink(device);
 }
 

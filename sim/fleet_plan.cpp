@@ -101,6 +101,13 @@ constexpr Key kKeys[] = {
          s.announced = false;
          return std::string();
      }},
+    {"wifi", true,
+     [](DevicePlan& s, std::string_view v) -> std::string {
+         if (s.hardwareRevision != kWifiModelRevision) return "applies to Zelmor-V (V) only";
+         if (v != "one" && v != "list") return "needs one (one network) or list (a list of known networks)";
+         s.wifi = v == "one" ? WifiKind::OneNetwork : WifiKind::NetworkList;
+         return {};
+     }},
     {"drop", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.dropFraction, v); }},
     {"corrupt", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.corruptFraction, v); }},
     {"delay", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.delayFraction, v); }},
@@ -224,6 +231,7 @@ SimulatedDeviceConfig deviceConfig(DevicePlan const& plan) {
     config.logIntervalSeconds = plan.logIntervalSeconds;
     config.historyDays = plan.historyDays;
     config.seed = plan.seed.value_or(1);
+    config.wifiKind = plan.wifi;
     auto const byte = [&plan](int shift) { return static_cast<uint8_t>(plan.address >> shift); };
     config.ipAddress = {byte(24), byte(16), byte(8), byte(0)};
     config.bluetoothAddress = {0xC2, 0x5A, 0x4C, byte(16), byte(8), byte(0)};

@@ -50,6 +50,8 @@ struct DevicePlan {
     /// False: the device sends no LAN announcements and is found only by its
     /// address or through the hub, like a device on a far-away network.
     bool announced = true;
+    /// What a Zelmor-V keeps: one network, or a list of known networks.
+    WifiKind wifi = WifiKind::NetworkList;
     FaultSettings faults;
 };
 
@@ -69,10 +71,10 @@ struct DevicePlanResult {
 
 /// Reads "MODEL[,key=value...]": MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi),
 /// then any of name=, serial= (hex), user=, master=, interval= (s), history=
-/// (days), seed=, silent, drop=, corrupt=, delay= (fractions), delay-ms=,
-/// close-after= (bytes), bandwidth= (bytes/s), fail= (CODE[@N]) and stall.
-/// What the text leaves out is taken from `defaults`. Values cannot contain
-/// commas.
+/// (days), seed=, silent, wifi=one|list (Zelmor-V only), drop=, corrupt=,
+/// delay= (fractions), delay-ms=, close-after= (bytes), bandwidth= (bytes/s),
+/// fail= (CODE[@N]) and stall. What the text leaves out is taken from
+/// `defaults`. Values cannot contain commas.
 DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaults);
 
 /// The fleet of a run that names no device: a Zelmor-K, a Zelmor-V, and a

@@ -36,9 +36,9 @@ DeviceSnapshot SimulatedDevice::snapshot() {
     s.relayOn = d.relayOn;
     s.userPasswordSet = d.userKey.has_value();
     s.masterPasswordSet = d.masterKey.has_value();
-    s.wifiStatus = d.wifiStatus;
-    s.wifiNetwork = d.wifiNetwork;
-    s.wifiNetworkCount = d.wifiNetworks.size();
+    s.wifiStatus = d.wifi.status();
+    s.wifiNetwork = d.wifi.network();
+    s.wifiNetworkCount = d.wifi.stored().size();
     s.config = d.config;
     s.schedules = d.schedules;
     s.scheduleCommits = d.scheduleCommits;

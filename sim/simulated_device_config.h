@@ -13,6 +13,10 @@ namespace sim {
 /// Seconds since 1970-01-01 UTC.
 using DeviceClock = std::function<int64_t()>;
 
+/// What a WiFi model keeps: one network (0x61 replaces it), or a list of
+/// known networks (0x70-0x72, extra status bit 1).
+enum class WifiKind : uint8_t { OneNetwork, NetworkList };
+
 /// Everything that makes one simulated device what it is at power-on.
 struct SimulatedDeviceConfig {
     /// 0x10 LAN, 0x40/0x41 WiFi, 0x2_ and 0x3_ Bluetooth LE only.
@@ -38,6 +42,7 @@ struct SimulatedDeviceConfig {
     size_t maxFramePayload = 4096;
     /// The network a WiFi model has joined at power-on; empty: none.
     std::string wifiNetwork = "HarbourNet";
+    WifiKind wifiKind = WifiKind::NetworkList;
     BatteryChemistry chemistry = BatteryChemistry::LiFePO4;
     double capacityAh = 200;
 };

@@ -28,8 +28,9 @@ constexpr char const* kDescription =
 
 constexpr char const* kDeviceHelp =
     "A device (repeatable): MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi), then any of name=TEXT, serial=HEX, "
-    "user=PASSWORD, master=PASSWORD, interval=SECONDS, history=DAYS, seed=N, silent, drop=F, corrupt=F, delay=F, "
-    "delay-ms=MS, close-after=BYTES, bandwidth=BYTES_PER_S, fail=CODE[@N], stall; e.g. V,name=Cabin bank,user=bilge";
+    "user=PASSWORD, master=PASSWORD, interval=SECONDS, history=DAYS, seed=N, silent, wifi=one|list (V only), "
+    "drop=F, corrupt=F, delay=F, delay-ms=MS, close-after=BYTES, bandwidth=BYTES_PER_S, fail=CODE[@N], stall; "
+    "e.g. V,name=Cabin bank,user=bilge";
 
 struct Options {
     std::vector<std::string> devices;

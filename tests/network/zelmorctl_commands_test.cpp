@@ -133,6 +133,15 @@ TEST_F(ZelmorctlCommands, ReadTheDevice) {
     ASSERT_GE(files.size(), 3u);
     EXPECT_EQ(files[0]["file"], "r00000001.log");
     EXPECT_EQ(files[0]["records"].get<int>() * 18, files[0]["size"].get<int>());
+    Json known = result({"wifi", "networks"});
+    EXPECT_TRUE(known["last_signal"].is_number());
+    known.erase("last_signal");
+    EXPECT_EQ(known, (Json{{"index", 0},
+                           {"ssid", "HarbourNet"},
+                           {"security", 3},
+                           {"in_use", true},
+                           {"failed", false},
+                           {"metered", false}}));
 
     // The link that pairing prints reaches the same device through the hub.
     Json const paired = result({"pair"});
@@ -338,7 +347,7 @@ TEST(ZelmorctlOffline, EveryCommandHasHelpAndWrongLinesAreUsageErrors) {
         EXPECT_EQ(help.status, 0) << commands[next];
         for (auto const& name : subcommands(help.out)) commands.push_back(commands[next] + " " + name);
     }
-    EXPECT_EQ(commands.size(), 29u);
+    EXPECT_EQ(commands.size(), 31u);
     for (std::string const wrong : {"", "frobnicate", "power maybe", "reset everything", "lock user", "log",
                                     "--lan 127.0.0.2 --link https://x?n= info", "--lan not-an-address info"}) {
         ProgramRun const run = zelmorctl(words(wrong));

@@ -4,6 +4,10 @@
 // 64 bytes are split into continuation frames throughout.
 #include <gtest/gtest.h>
 
+#include <string>
+#include <tuple>
+#include <vector>
+
 #include "auth_key.h"
 #include "callback_result.h"
 #include "command_codes.h"
@@ -198,15 +202,30 @@ TEST_P(EngineDevice, SchedulesAndWifiNetworks) {
     link.engine.setScanResultHandler([&](Zelmor::WifiScanResult const* r) { ++(r && r->ssid[0] ? named : unnamed); });
     EXPECT_EQ(link.done(&E::requestStartWifiScan), Code::Success);
     // The scan results follow the answer on the same link: one more exchange flushes them.
-    EXPECT_EQ(link.done(&E::requestAddWifiNetwork, Zelmor::WifiNetwork{"Marina guest", "tide-2024", 3}), Code::Success);
+    EXPECT_EQ(link.done(&E::requestAddWifiNetwork, Zelmor::WifiNetwork{"Marina guest", "tide-2024", 3, true}),
+              Code::Success);
     EXPECT_GE(named, 3);
     EXPECT_EQ(unnamed, 0);
+    // Name, security, metered, in use, failed, and whether a signal was seen
+    // (the scan saw the network in use).
+    using Row = std::tuple<std::string, int, bool, bool, bool, bool>;
+    auto const rows = [](std::vector<Zelmor::WifiNetwork> const& networks) {
+        std::vector<Row> out;
+        for (auto const& n : networks)
+            out.emplace_back(n.ssid, n.security, n.metered, n.inUse, n.failed,
+                             n.lastSignal != Zelmor::WifiNetwork::kNeverSeen);
+        return out;
+    };
+    Row const harbour{"HarbourNet", 3, false, true, false, true};
+    Row const marina{"Marina guest", 3, true, false, false, false};
+    EXPECT_EQ(rows(link.ok(&E::requestGetWifiNetworks)), (std::vector<Row>{harbour, marina}));
     EXPECT_EQ(link.done(&E::requestWifiConfigure, Zelmor::WifiNetwork{"Cabin AP", "pinecone", 3}), Code::Success);
     EXPECT_EQ(link.device.snapshot().wifiNetwork, "Cabin AP");
     auto const networks = link.ok(&E::requestGetWifiNetworks);
-    for (std::string const ssid : {"Marina guest", "Cabin AP"})
-        EXPECT_TRUE(std::any_of(networks.begin(), networks.end(), [&](auto const& n) { return n.ssid == ssid; }))
-            << ssid;
+    // The device's clock stands still: it is still connecting, to no network in use.
+    Row leftHarbour = harbour;
+    std::get<3>(leftHarbour) = false;
+    EXPECT_EQ(rows(networks), (std::vector<Row>{leftHarbour, marina, {"Cabin AP", 3, false, false, false, false}}));
     EXPECT_EQ(link.done(&E::requestRemoveWifiNetwork, uint8_t{0}), Code::Success);
     EXPECT_EQ(link.record(&E::requestGetWifiNetworks).second.size(), networks.size() - 1);
     EXPECT_EQ(link.done(&E::requestRemoveWifiNetwork, uint8_t{200}), Code::InvalidParameter);

@@ -178,17 +178,34 @@ TEST(Records, FixedLengthRecordsTakeExactlyTheirSize) {
     expectOnlySize(decodeAccessKey, 89, ResponseCode::InvalidDeviceResponse);
 }
 
-// Only the names of whole 35-byte entries are taken; the tail is ignored.
+// Whole 35-byte entries, each with its security, flags and last signal; the
+// tail is ignored, and so are the flag bits without a meaning.
 TEST(Records, WifiNetworkListTakesWholeEntries) {
-    Bytes const entries = fromHex(text("home", 32) + " c4 03 06 " + text(std::string(32, 'Z'), 32) + " 01 02 03 04");
+    Bytes const entries = fromHex(text("home", 32) + " 03 05 c4 " + text(std::string(32, 'Z'), 32) + " 00 02 81 " +
+                                  text("x", 32) + " 04 f8 00 01 02 03 04");
     std::vector<Zelmor::WifiNetwork> networks;
     decodeWifiNetworkList(entries.data(), entries.size(), networks);
-    EXPECT_EQ(networks, (std::vector<Zelmor::WifiNetwork>{{"home", "", 0}, {std::string(32, 'Z'), "", 0}}));
+    EXPECT_EQ(networks, (std::vector<Zelmor::WifiNetwork>{{"home", "", 3, true, true, false, -60},
+                                                          {std::string(32, 'Z'), "", 0, false, false, true, -127},
+                                                          {"x", "", 4, false, false, false, 0}}));
 }
 
-TEST(Records, WifiNetworkCutsOverlongFields) {
-    EXPECT_EQ(hex(encodeWifiNetwork({std::string(33, 's'), std::string(65, 'p'), 0xFF})),
-              text(std::string(32, 's'), 32) + " " + text(std::string(64, 'p'), 64) + " ff 00 00 00");
+// Name and password cut to their fields; only security and metered follow
+// them, the list's own fields are not sent.
+TEST(Records, WifiNetworkRecordCarriesNamePasswordSecurityAndMetered) {
+    struct Case {
+        Zelmor::WifiNetwork network;
+        std::string tail;  // bytes 96..99
+    } const cases[] = {
+        {{std::string(33, 's'), std::string(65, 'p'), 0xFF}, "ff 00 00 00"},
+        {{std::string(32, 's'), std::string(64, 'p'), 0, true}, "00 01 00 00"},
+        {{std::string(32, 's'), std::string(64, 'p'), 3, true, true, true, -40}, "03 01 00 00"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.tail);
+        EXPECT_EQ(hex(encodeWifiNetwork(c.network)),
+                  text(std::string(32, 's'), 32) + " " + text(std::string(64, 'p'), 64) + " " + c.tail);
+    }
 }
 
 // Success, PasswordRejected and Cancelled (0, 6 and 10) have no text, nor has

@@ -21,23 +21,29 @@ TEST(SimCommands, AnswersByModelAndFirmware) {
         size_t requestLength;
         uint16_t answerCode;
         size_t answerLength;
+        sim::WifiKind wifi = sim::WifiKind::NetworkList;
     };
     // Info grows by the status byte from firmware 1.20 (WiFi), 1.00 (LAN) and 2.40
-    // (Bluetooth); a command the model does not know is an invalid request; a
-    // Bluetooth model keeps names of 8 characters, the others of 32.
+    // (Bluetooth); a command the model does not know is an invalid request (the
+    // list commands on a WiFi model that keeps one network too); a Bluetooth
+    // model keeps names of 8 characters, the others of 32.
+    auto const one = sim::WifiKind::OneNetwork;
     Case const cases[] = {
-        {0x41, 0x0119, 0x01, 0, 0, 81},  {0x41, 0x0120, 0x01, 0, 0, 82}, {0x10, 0x0099, 0x01, 0, 0, 48},
-        {0x10, 0x0100, 0x01, 0, 0, 49},  {0x21, 0x0239, 0x01, 0, 0, 18}, {0x21, 0x0240, 0x01, 0, 0, 19},
-        {0x40, 0x0132, 0x04, 0, 0, 53},  {0x21, 0x0132, 0x04, 0, 0, 51}, {0x31, 0x0132, 0x04, 0, 0, 51},
-        {0x31, 0x0132, 0x02, 0, 0, 39},  {0x21, 0x0132, 0x03, 0, 0, 75}, {0x10, 0x0132, 0x60, 0, 1, 0},
-        {0x10, 0x0132, 0x61, 100, 1, 0}, {0x10, 0x0132, 0x70, 0, 1, 0},  {0x10, 0x0132, 0x71, 100, 1, 0},
-        {0x10, 0x0132, 0x72, 1, 1, 0},   {0x21, 0x0132, 0x62, 0, 1, 0},  {0x31, 0x0132, 0x63, 0, 1, 0},
-        {0x41, 0x0132, 0x25, 32, 0, 0},  {0x41, 0x0132, 0x25, 33, 2, 0}, {0x21, 0x0132, 0x25, 8, 0, 0},
-        {0x21, 0x0132, 0x25, 9, 2, 0}};
+        {0x41, 0x0119, 0x01, 0, 0, 81},     {0x41, 0x0120, 0x01, 0, 0, 82},     {0x10, 0x0099, 0x01, 0, 0, 48},
+        {0x10, 0x0100, 0x01, 0, 0, 49},     {0x21, 0x0239, 0x01, 0, 0, 18},     {0x21, 0x0240, 0x01, 0, 0, 19},
+        {0x40, 0x0132, 0x04, 0, 0, 53},     {0x21, 0x0132, 0x04, 0, 0, 51},     {0x31, 0x0132, 0x04, 0, 0, 51},
+        {0x31, 0x0132, 0x02, 0, 0, 39},     {0x21, 0x0132, 0x03, 0, 0, 75},     {0x10, 0x0132, 0x60, 0, 1, 0},
+        {0x10, 0x0132, 0x61, 100, 1, 0},    {0x10, 0x0132, 0x70, 0, 1, 0},      {0x10, 0x0132, 0x71, 100, 1, 0},
+        {0x10, 0x0132, 0x72, 1, 1, 0},      {0x21, 0x0132, 0x62, 0, 1, 0},      {0x31, 0x0132, 0x63, 0, 1, 0},
+        {0x41, 0x0132, 0x25, 32, 0, 0},     {0x41, 0x0132, 0x25, 33, 2, 0},     {0x21, 0x0132, 0x25, 8, 0, 0},
+        {0x21, 0x0132, 0x25, 9, 2, 0},      {0x41, 0x0132, 0x70, 0, 1, 0, one}, {0x41, 0x0132, 0x71, 100, 1, 0, one},
+        {0x41, 0x0132, 0x72, 1, 1, 0, one}, {0x41, 0x0132, 0x60, 0, 0, 0, one}, {0x41, 0x0132, 0x70, 0, 0, 35}};
     for (Case const& c : cases) {
         SCOPED_TRACE(testing::Message() << "revision " << int(c.revision) << ", firmware " << c.firmware << ", code "
-                                        << c.code);
-        Bench b(c.revision, c.firmware);
+                                        << c.code << ", kind " << int(c.wifi));
+        sim::SimulatedDeviceConfig config = model(c.revision, c.firmware);
+        config.wifiKind = c.wifi;
+        Bench b(config);
         Frame const a = b.host.call(c.code, Bytes(c.requestLength, 'x'));
         EXPECT_EQ(a.code, c.answerCode);
         EXPECT_EQ(a.payload.size(), c.answerLength);
@@ -69,18 +75,17 @@ TEST(SimCommands, ScheduleLimitsAndCommits) {
 }
 
 // Eight networks at most, one of a known name replaced in place; removing the
-// one in use leaves the device without WiFi, joining one puts it in use.
+// one in use leaves the device without WiFi, joining one out of reach fails
+// and marks its entry.
 TEST(SimCommands, WifiNetworkLimits) {
     Bench b;
-    auto network = [](std::string const& ssid, uint8_t security) {
-        Bytes out;
-        ByteWriter(out).writeString(ssid, 32).writeString("pw", 64).write<uint8_t>(security).writeString("", 3);
-        return out;
-    };
-    for (int i = 1; i < 8; ++i) EXPECT_EQ(b.host.call(0x71, network("net" + std::to_string(i), 2)).code, 0);
-    std::vector<Step> const script = {{0x71, network("net9", 2), 3}, {0x71, network("net3", 3), 0},
-                                      {0x71, network("", 2), 2},     {0x71, network("net10", 5), 2},
-                                      {0x72, Bytes(1, 8), 2},        {0x72, Bytes(1, 0), 0}};
+    for (int i = 1; i < 8; ++i) EXPECT_EQ(b.host.call(0x71, networkRecord("net" + std::to_string(i), 2)).code, 0);
+    std::vector<Step> const script = {{0x71, networkRecord("net9", 2), 3},
+                                      {0x71, networkRecord("net3", 3), 0},
+                                      {0x71, networkRecord("", 2), 2},
+                                      {0x71, networkRecord("net10", 5), 2},
+                                      {0x72, Bytes(1, 8), 2},
+                                      {0x72, Bytes(1, 0), 0}};
     runScript(b.host, script);
     Frame list = b.host.call(0x70);
     ASSERT_EQ(list.payload.size(), 7u * 35u);
@@ -90,10 +95,12 @@ TEST(SimCommands, WifiNetworkLimits) {
     EXPECT_EQ(info.payload[44], 0);
     EXPECT_EQ(readLe<int16_t>(b.host.call(0x04).payload.data() + 51), sim::kRssiNotAvailable);
 
-    EXPECT_EQ(b.host.call(0x61, network("net5", 4)).code, 0);
-    EXPECT_EQ(b.host.call(0x01).payload[43], 2);
+    EXPECT_EQ(b.host.call(0x61, networkRecord("net5", 4)).code, 0);
+    EXPECT_EQ(b.host.call(0x01).payload[43], 1);  // connecting
+    b.advance(2);
+    EXPECT_EQ(b.host.call(0x01).payload[43], 3);  // failed
     list = b.host.call(0x70);
-    EXPECT_EQ(list.payload[4 * 35 + 33], 1);  // in use
+    EXPECT_EQ(list.payload[4 * 35 + 33], 0x02);  // failed last time, not in use
 }
 
 // The image must be whole, of the model's family, with a good CRC and a BCD

@@ -14,13 +14,14 @@ TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
     defaults.faults.bytesPerSecond = 1000;
     sim::DevicePlanResult const r = sim::parseDevicePlan(
         "v,name=Cabin bank,serial=5a4c00000000beef,user=bilge,master=keel,interval=1,seed=7,drop=0.25,"
-        "corrupt=0.5,delay-ms=30,close-after=4096,stall,silent,fail=0x51@2",
+        "corrupt=0.5,delay-ms=30,close-after=4096,stall,silent,fail=0x51@2,wifi=one",
         defaults);
     ASSERT_TRUE(r.plan.has_value()) << r.error;
     sim::DevicePlan const& d = *r.plan;
     EXPECT_EQ(std::tie(d.hardwareRevision, d.name, d.serial, d.userPassword, d.masterPassword, d.logIntervalSeconds,
                        d.historyDays, d.seed, d.announced),
               std::make_tuple(0x41, "Cabin bank", 0x5A4C00000000BEEFu, "bilge", "keel", 1u, 5u, 7u, false));
+    EXPECT_EQ(sim::deviceConfig(d).wifiKind, sim::WifiKind::OneNetwork);
     sim::FaultSettings const& f = d.faults;
     EXPECT_EQ(std::tie(f.dropFraction, f.corruptFraction, f.answerDelayMs, f.delayFraction, f.closeAfterBytes,
                        f.bytesPerSecond, f.stalled),
@@ -34,6 +35,7 @@ TEST(SimFleetPlan, DeviceTextSetsEveryKeyAndLeavesTheRestToTheDefaults) {
     EXPECT_EQ(delayed.plan->hardwareRevision, 0x10);
     EXPECT_EQ(delayed.plan->faults.delayFraction, 0.5);
     EXPECT_EQ(delayed.plan->faults.answerDelayMs, sim::kDefaultAnswerDelayMs);
+    EXPECT_EQ(sim::parseDevicePlan("V", defaults).plan->wifi, sim::WifiKind::NetworkList);
 }
 
 TEST(SimFleetPlan, BadDeviceTextsAreRefusedWithTheReason) {
@@ -41,13 +43,14 @@ TEST(SimFleetPlan, BadDeviceTextsAreRefusedWithTheReason) {
         char const* text;
         char const* reason;
     };
-    for (Case const c : {Case{"X", "model"}, Case{"", "model"}, Case{"K,colour=red", "unknown key \"colour\""},
-                         Case{"K,serial=zz", "serial"}, Case{"K,serial=0", "serial"},
-                         Case{"K,serial=12345678901234567", "serial"}, Case{"K,name", "name needs a value"},
-                         Case{"K,name=", "name"}, Case{"K,name=123456789012345678901234567890123", "name"},
-                         Case{"K,user=a\tb", "control"}, Case{"K,drop=1.5", "drop"}, Case{"K,drop=x", "drop"},
-                         Case{"K,interval=0", "interval"}, Case{"K,history=401", "history"},
-                         Case{"K,stall=1", "stall takes no value"}, Case{"K,,name=a", "unknown key"}}) {
+    for (Case const c :
+         {Case{"X", "model"}, Case{"", "model"}, Case{"K,colour=red", "unknown key \"colour\""},
+          Case{"K,serial=zz", "serial"}, Case{"K,serial=0", "serial"}, Case{"K,serial=12345678901234567", "serial"},
+          Case{"K,name", "name needs a value"}, Case{"K,name=", "name"},
+          Case{"K,name=123456789012345678901234567890123", "name"}, Case{"K,user=a\tb", "control"},
+          Case{"K,drop=1.5", "drop"}, Case{"K,drop=x", "drop"}, Case{"K,interval=0", "interval"},
+          Case{"K,history=401", "history"}, Case{"K,stall=1", "stall takes no value"}, Case{"K,,name=a", "unknown key"},
+          Case{"K,wifi=one", "Zelmor-V"}, Case{"V,wifi=two", "wifi needs one"}}) {
         sim::DevicePlanResult const r = sim::parseDevicePlan(c.text, {});
         EXPECT_FALSE(r.plan.has_value()) << c.text;
         EXPECT_NE(r.error.find(c.reason), std::string::npos) << c.text << ": " << r.error;

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "byte_io.h"
@@ -54,6 +55,19 @@ inline Bytes u32(uint32_t value) {
 inline Bytes concat(std::initializer_list<Bytes> parts) {
     Bytes out;
     for (Bytes const& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+}
+
+/// The 100-byte network record of 0x61 and 0x71.
+inline Bytes networkRecord(std::string const& ssid, uint8_t security, std::string const& password = "pw",
+                           bool metered = false) {
+    Bytes out;
+    ByteWriter(out)
+        .writeString(ssid, 32)
+        .writeString(password, 64)
+        .write<uint8_t>(security)
+        .write<uint8_t>(metered ? 1 : 0)
+        .writeString("", 2);
     return out;
 }
 
