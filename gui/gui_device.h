@@ -100,6 +100,10 @@ private:
     // Commands (gui_device_commands.cpp).
     void bindCommands();
     void confirmAndSend(wxString const& question, void (Zelmor::*request)(Zelmor::DoneCallback));
+    void OnMenuDeviceViewStats(wxCommandEvent& event);
+    void OnMenuDeviceViewFgStats(wxCommandEvent& event);
+    void OnMenuDeviceTimers(wxCommandEvent& event);
+    void OnMenuSettingsWifiSetup(wxCommandEvent& event);
     void OnMenuDevicePowerControl(wxCommandEvent& event);
     void OnMenuSettingsSetPassword(PasswordLock lock);
     void sendPasswordChange(PasswordLock lock, std::optional<std::string> const& password);

@@ -8,9 +8,16 @@
 #include "gui_calibrate_dialog.h"
 #include "gui_device.h"
 #include "gui_enter_string.h"
+#include "gui_fg_stats.h"
+#include "gui_multiple_wifi_setup.h"
+#include "gui_stats.h"
+#include "gui_timers_dialog.h"
+#include "gui_wifi_setup.h"
 #include "hardware_revision.h"
 #include "local_store_instance.h"
 #include "report_response_code.h"
+#include "schedule_writer.h"
+#include "wifi_text.h"
 #include "zelmor_impl.h"
 
 namespace {
@@ -97,6 +104,10 @@ void GuiDevice::bindCommands() {
         Bind(
             wxEVT_MENU, [this, &command](wxCommandEvent&) { confirmAndSend(command.question, command.request); },
             command.id);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceViewStats, this, kMenuViewStatistics);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceViewFgStats, this, kMenuViewFgStatistics);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceTimers, this, kMenuTimers);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsWifiSetup, this, kMenuWifiSetup);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePowerControl, this, kMenuPowerControl);
     Bind(
         wxEVT_MENU, [this](wxCommandEvent&) { deviceUnlock(false); }, kMenuUnlock);
@@ -130,6 +141,44 @@ Zelmor::DoneCallback GuiDevice::replyHandler(std::function<void(GuiDevice&)> suc
 
 void GuiDevice::confirmAndSend(wxString const& question, void (Zelmor::*request)(Zelmor::DoneCallback)) {
     if (confirm(question)) (device_.get()->*request)(replyHandler());
+}
+
+void GuiDevice::OnMenuDeviceViewStats(wxCommandEvent&) {
+    GuiStats dialog(this, *device_);
+    showModal(dialog);
+}
+
+void GuiDevice::OnMenuDeviceViewFgStats(wxCommandEvent&) {
+    auto const self = anchor_.handle(*this);
+    device_->requestGetFgStatistics([self](Zelmor::ResponseCode code, Zelmor::FuelgaugeStatistics const& statistics) {
+        postToWindow(self, [code, statistics](GuiDevice& window) {
+            if (!window.report(code)) return;
+            GuiFgStats dialog(&window, statistics);
+            window.showModal(dialog);
+        });
+    });
+}
+
+void GuiDevice::OnMenuDeviceTimers(wxCommandEvent&) {
+    auto const self = anchor_.handle(*this);
+    device_->requestGetSchedules([self](Zelmor::ResponseCode code, std::vector<ZelmorSchedule> const& timers) {
+        postToWindow(self, [code, timers](GuiDevice& window) {
+            if (!window.report(code)) return;
+            GuiTimersDialog dialog(&window, timers);
+            if (window.showModal(dialog) != wxID_OK) return;
+            writeSchedules(*window.device_, timers, dialog.timers(), window.replyHandler());
+        });
+    });
+}
+
+void GuiDevice::OnMenuSettingsWifiSetup(wxCommandEvent&) {
+    if (keepsKnownWifiNetworks(info_)) {
+        GuiMultipleWifiSetup dialog(this, *device_);
+        showModal(dialog);
+    } else {
+        GuiWifiSetup dialog(this, *device_);
+        showModal(dialog);
+    }
 }
 
 void GuiDevice::OnMenuDevicePowerControl(wxCommandEvent&) {

@@ -13,7 +13,12 @@
 #include <vector>
 
 #include "gui_calibrate_dialog.h"
+#include "gui_fg_stats.h"
+#include "gui_multiple_wifi_setup.h"
+#include "gui_stats.h"
+#include "gui_timers_dialog.h"
 #include "gui_user.h"
+#include "gui_wifi_setup.h"
 #include "local_store_instance.h"
 
 namespace {
@@ -175,6 +180,62 @@ TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
     EXPECT_TRUE(user.deviceShows({"info"}, [](nlohmann::json const& j) { return j["name"] == "Zelmor-K"; }));
     EXPECT_TRUE(waitFor([&] { return window.GetTitle() == "Zelmor Manager: Zelmor-K"; }));
     saveScreenshot(window, "device_window_commands");
+}
+
+/// A user who looks at a dialog of type D and closes it with `answer`, after
+/// `use` (if any) had its way with it.
+template <class D>
+class ExpectDialog : public wxExpectModalBase<D, ExpectDialog<D>> {
+public:
+    explicit ExpectDialog(int answer, std::function<void(D&)> use = {}) : answer_(answer), use_(std::move(use)) {}
+
+protected:
+    int OnInvoked(D* dialog) const override {
+        if (use_) use_(*dialog);
+        ++shown;
+        return answer_;
+    }
+
+public:
+    static inline int shown = 0;
+
+private:
+    int answer_;
+    std::function<void(D&)> use_;
+};
+
+TEST(GuiDeviceCommandsTest, DialogsOpenFromTheMenusAndTimersAreWrittenBack) {
+    SimFleet fleet({"--device", "V", "--device", "V,wifi=one"});
+    {
+        ReadyWindow user(fleet, 0);
+        GuiDevice& window = user.window;
+        wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuViewStatistics), ExpectDialog<GuiStats>(wxID_CANCEL));
+        wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuWifiSetup),
+                      ExpectDialog<GuiMultipleWifiSetup>(wxID_CANCEL));
+        // The fuel gauge and the timers are read first; their dialogs follow
+        // the reply.
+        wxTEST_DIALOG(
+            {
+                window.ProcessCommand(GuiDevice::kMenuViewFgStatistics);
+                EXPECT_TRUE(waitFor([] { return ExpectDialog<GuiFgStats>::shown == 1; }));
+            },
+            ExpectDialog<GuiFgStats>(wxID_CANCEL));
+        auto const addTimer = [](GuiTimersDialog& dialog) {
+            wxCommandEvent add(wxEVT_BUTTON, GuiTimersDialog::kAddTimerId);
+            dialog.FindWindow(GuiTimersDialog::kAddTimerId)->GetEventHandler()->ProcessEvent(add);
+        };
+        wxTEST_DIALOG(
+            {
+                window.ProcessCommand(GuiDevice::kMenuTimers);
+                EXPECT_TRUE(waitFor([&] {
+                    auto const timers = jsonLines(zelmorctl({"--json", "--lan", fleet.device(0).address, "schedules"}));
+                    return timers.size() == 1 && timers[0]["name"] == "New Timer";
+                }));
+            },
+            ExpectDialog<GuiTimersDialog>(wxID_OK, addTimer));
+    }
+    ReadyWindow oneNetwork(fleet, 1);
+    wxTEST_DIALOG(oneNetwork.window.ProcessCommand(GuiDevice::kMenuWifiSetup), ExpectDialog<GuiWifiSetup>(wxID_CANCEL));
 }
 
 TEST(GuiDeviceCommandsTest, PasswordsLockNewConnectionsAndAChangeRefusedByALockAsksForItsPassword) {

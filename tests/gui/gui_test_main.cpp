@@ -10,6 +10,7 @@
 #include <wx/image.h>
 #include <wx/imagpng.h>
 #include <wx/init.h>
+#include <wx/log.h>
 #include <wx/modalhook.h>
 
 #include <cstdio>
@@ -53,6 +54,9 @@ int main(int argc, char** argv) {
         return 1;
     }
     wxImage::AddHandler(new wxPNGHandler);
+    // wx's own error messages go to the test's output: shown in a box at
+    // exit, no one would be there to close it.
+    delete wxLog::SetActiveTarget(new wxLogStderr);
     wxSetAssertHandler(failOnAssert);
     UnexpectedDialogHook unexpectedDialogs;
     unexpectedDialogs.Register();
