@@ -66,13 +66,7 @@ void encode(CommandContext& context, EncodeOptions const& options) {
 void pair(CommandContext& context) {
     DeviceSession session(context.target);
     Zelmor::WifiAccessKey const key = session.get(&Zelmor::requestGetAccessKeys);
-    Zelmor::DeviceInfo const& info = session.info();
-    Zelmor::DeviceIdentifier id;
-    id.name = info.name;
-    id.serial = info.serial;
-    id.hardwareRevision = info.hardwareRevision;
-    id.channelId = key.keyId;
-    id.key = key.key;
+    Zelmor::DeviceIdentifier const id = pairedDevice(session.info(), key);
     std::string const link = makeDeviceLink(id);
     Json json = identifierJson(id);
     json["link"] = link;

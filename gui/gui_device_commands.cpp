@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "auth_key.h"
+#include "device_link.h"
 #include "gui_calibrate_dialog.h"
 #include "gui_device.h"
 #include "gui_enter_string.h"

@@ -172,3 +172,13 @@ DeviceLinkResult parseDeviceLink(std::string_view text) {
         if (!seen[i]) return failure(kFields[i].missing);
     return {id, {}};
 }
+
+Zelmor::DeviceIdentifier pairedDevice(Zelmor::DeviceInfo const& info, Zelmor::WifiAccessKey const& key) {
+    Zelmor::DeviceIdentifier id;
+    id.name = info.name;
+    id.serial = info.serial;
+    id.hardwareRevision = info.hardwareRevision;
+    id.channelId = key.keyId;
+    id.key = key.key;
+    return id;
+}

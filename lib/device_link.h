@@ -25,6 +25,10 @@ struct DeviceLinkResult {
     std::string error;
 };
 
+/// The identifier that pairing with a device gives: its name, serial and
+/// revision from its information record, and its hub channel's access key.
+Zelmor::DeviceIdentifier pairedDevice(Zelmor::DeviceInfo const& info, Zelmor::WifiAccessKey const& key);
+
 /// The link of a device: name (first 32 bytes, hex), serial (16 hex digits),
 /// hardware revision (2 hex digits), channel identifier and key (URL-safe
 /// base64, padded). The local addresses are not part of it.

@@ -43,13 +43,3 @@ std::string pairingInstructions(std::string const& name) {
         "Open it from there to reach the device through the internet relay, wherever you are.",
         name);
 }
-
-Zelmor::DeviceIdentifier pairedDevice(Zelmor::DeviceInfo const& info, Zelmor::WifiAccessKey const& key) {
-    Zelmor::DeviceIdentifier id;
-    id.name = info.name;
-    id.serial = info.serial;
-    id.hardwareRevision = info.hardwareRevision;
-    id.channelId = key.keyId;
-    id.key = key.key;
-    return id;
-}

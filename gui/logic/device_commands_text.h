@@ -43,7 +43,5 @@ std::string clockQuestion(std::time_t now);
 /// The program's identity, then the device's: name, model, serial, firmware.
 std::string deviceAboutText(Zelmor::DeviceInfo const& info);
 
-/// What the user is told after pairing, and the remote device that pairing
-/// stores: reached through the hub with the device's access key.
+/// What the user is told after pairing.
 std::string pairingInstructions(std::string const& name);
-Zelmor::DeviceIdentifier pairedDevice(Zelmor::DeviceInfo const& info, Zelmor::WifiAccessKey const& key);
