@@ -23,35 +23,32 @@
 
 namespace {
 
-/// A user who enters a current in the calibration dialog.
-class ExpectCalibration : public wxExpectModalBase<GuiCalibrateDialog, ExpectCalibration> {
-public:
-    explicit ExpectCalibration(wxString current) : current_(std::move(current)) {}
-
-protected:
-    int OnInvoked(GuiCalibrateDialog* dialog) const override {
-        type(*dialog, GuiCalibrateDialog::kEntryId, current_);
-        return wxID_OK;
-    }
-
-private:
-    wxString current_;
-};
-
-/// A device window on a device of the simulator, ready for commands.
+/// A device window on a device of the simulator, ready for commands. Its
+/// commands are disabled until then.
 struct ReadyWindow {
     SimFleet const& fleet;
     size_t device;
     GuiDevice& window = *openLanDevice(fleet.device(device));
 
     ReadyWindow(SimFleet const& fleet, size_t device) : fleet(fleet), device(device) {
+        EXPECT_FALSE(window.GetMenuBar()->IsEnabled(GuiDevice::kMenuAbout));
         EXPECT_TRUE(waitFor([&] { return ready(window); })) << statusOf(window);
+        EXPECT_TRUE(window.GetMenuBar()->IsEnabled(GuiDevice::kMenuAbout));
     }
     ~ReadyWindow() {
         window.Close(true);
         EXPECT_TRUE(allWindowsGone());
     }
 
+    /// Gives a command; when its reply is told in a box, waits until `boxes`
+    /// message boxes (its confirmation included) have been answered.
+    void command(int id, int boxes = 0) {
+        int const answered = ExpectMessage::answered();
+        window.ProcessCommand(id);
+        if (boxes > 0) {
+            EXPECT_TRUE(waitForMessage(answered + boxes - 1));
+        }
+    }
     /// zelmorctl's JSON answer to `command` for this device.
     nlohmann::json read(std::vector<std::string> command) const {
         command.insert(command.begin(), {"--json", "--lan", fleet.device(device).address});
@@ -71,58 +68,20 @@ struct ReadyWindow {
 
 double meter(nlohmann::json const& reading, char const* key) { return std::abs(reading[key].get<double>()); }
 
-TEST(GuiDeviceCommandsTest, MenusAreEnabledOnceReadyAndWifiSetupOnlyForAWifiModelReachedDirectly) {
-    SimFleet fleet({});
-    for (size_t device : {0, 1}) {
-        GuiDevice* window = openLanDevice(fleet.device(device));
-        wxMenuBar* bar = window->GetMenuBar();
-        EXPECT_FALSE(bar->IsEnabled(GuiDevice::kMenuPowerControl));
-        ASSERT_TRUE(waitFor([&] { return ready(*window); }));
-        EXPECT_TRUE(bar->IsEnabled(GuiDevice::kMenuPowerControl));
-        EXPECT_TRUE(bar->IsEnabled(GuiDevice::kMenuAbout));
-        bool const wifiModel = device == 1;
-        EXPECT_EQ(bar->FindItem(GuiDevice::kMenuWifiSetup) != nullptr, wifiModel);
-        window->Close(true);
-        ASSERT_TRUE(allWindowsGone());
-    }
-}
-
-TEST(GuiDeviceCommandsTest, ScreenshotOfTheDeviceMenuOpen) {
-    SimFleet fleet({"--device", "V"});
-    ReadyWindow user(fleet, 0);
-    user.window.Raise();
-    user.window.SetFocus();
-    wxUIActionSimulator keyboard;
-    // The menu opens as the user opens it, with its mnemonic; it is a window
-    // of its own, so the picture is taken from the screen.
-    waitFor([] { return false; }, 300);
-    keyboard.Char('d', wxMOD_ALT);
-    waitFor([] { return false; }, 500);
-    wxRect const area = user.window.GetScreenRect();
-    wxBitmap bitmap(area.GetSize());
-    wxMemoryDC copy(bitmap);
-    wxScreenDC screen;
-    copy.Blit(0, 0, area.width, area.height, &screen, area.x, area.y);
-    copy.SelectObject(wxNullBitmap);
-    keyboard.Char(WXK_ESCAPE);
-    std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
-    EXPECT_TRUE(
-        bitmap.SaveFile((program.parent_path() / "screenshots" / "device_menu.png").string(), wxBITMAP_TYPE_PNG));
-}
-
 TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
     SimFleet fleet({"--device", "K"});
     ReadyWindow user(fleet, 0);
     GuiDevice& window = user.window;
+    EXPECT_EQ(window.GetMenuBar()->FindItem(GuiDevice::kMenuWifiSetup), nullptr);
     auto const monitor = std::vector<std::string>{"monitor", "--count", "1"};
 
     // "OFF" is the dialog's Cancel button.
-    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuPowerControl),
-                  ExpectMessage("Device Power", "Turn the device power ...", wxID_CANCEL));
-    EXPECT_TRUE(user.deviceShows(monitor, [](nlohmann::json const& j) { return j["power_status"] == "OFF"; }));
-    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuPowerControl),
-                  ExpectMessage("Device Power", "Turn the device power ...", wxID_OK));
-    EXPECT_TRUE(user.deviceShows(monitor, [](nlohmann::json const& j) { return j["power_status"] == "ON"; }));
+    for (auto const& [answer, status] : {std::pair{wxID_CANCEL, "OFF"}, std::pair{wxID_OK, "ON"}}) {
+        wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuPowerControl),
+                      ExpectMessage("Device Power", "Turn the device power ...", answer));
+        std::string const expected = status;
+        EXPECT_TRUE(user.deviceShows(monitor, [&](nlohmann::json const& j) { return j["power_status"] == expected; }));
+    }
 
     // Two days of history leave the meters far from zero; a reset brings them
     // back to what a few seconds add.
@@ -154,55 +113,25 @@ TEST(GuiDeviceCommandsTest, CommandsReachTheDeviceAndCancelSendsNothing) {
         return std::abs(j["time"].get<double>() - static_cast<double>(std::time(nullptr))) <= 2;
     }));
 
-    struct Logged {
-        int command;
-        char const* question;
-        char const* event;
-    };
-    for (Logged const& step :
-         {Logged{GuiDevice::kMenuZeroCurrentOffset, "Calibrate the current offset ?", "current offset zeroed"},
-          Logged{GuiDevice::kMenuForceFgSync, "Force the fuel gauge SoC synchronization ?",
-                 "fuel gauge synchronised"}}) {
-        wxTEST_DIALOG(window.ProcessCommand(step.command), ExpectMessage("Confirmation", step.question));
-        EXPECT_TRUE(user.debugSays(step.event)) << step.event;
+    for (auto const& [command, question, event] :
+         {std::tuple{GuiDevice::kMenuZeroCurrentOffset, "Calibrate the current offset ?", "current offset zeroed"},
+          std::tuple{GuiDevice::kMenuForceFgSync, "Force the fuel gauge SoC synchronization ?",
+                     "fuel gauge synchronised"}}) {
+        wxTEST_DIALOG(window.ProcessCommand(command), ExpectMessage("Confirmation", question));
+        EXPECT_TRUE(user.debugSays(event)) << event;
     }
-    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuCalibrateCurrent), ExpectCalibration("4.5 A"));
+    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuCalibrateCurrent),
+                  ExpectDialog<GuiCalibrateDialog>(wxID_OK, [](GuiCalibrateDialog& dialog) {
+                      type(dialog, GuiCalibrateDialog::kEntryId, "4.5 A");
+                  }));
     EXPECT_TRUE(user.debugSays("current calibrated"));
 
-    int const answered = ExpectMessage::answered();
-    wxTEST_DIALOG(
-        {
-            window.ProcessCommand(GuiDevice::kMenuResetFactory);
-            EXPECT_TRUE(waitForMessage(answered + 1));
-        },
-        ExpectMessage("Confirmation", kFactoryResetQuestion),
-        ExpectMessage("Info", "The device has been reset to factory defaults."));
+    wxTEST_DIALOG(user.command(GuiDevice::kMenuResetFactory, 2), ExpectMessage("Confirmation", kFactoryResetQuestion),
+                  ExpectMessage("Info", "The device has been reset to factory defaults."));
     EXPECT_TRUE(user.deviceShows({"info"}, [](nlohmann::json const& j) { return j["name"] == "Zelmor-K"; }));
     EXPECT_TRUE(waitFor([&] { return window.GetTitle() == "Zelmor Manager: Zelmor-K"; }));
     saveScreenshot(window, "device_window_commands");
 }
-
-/// A user who looks at a dialog of type D and closes it with `answer`, after
-/// `use` (if any) had its way with it.
-template <class D>
-class ExpectDialog : public wxExpectModalBase<D, ExpectDialog<D>> {
-public:
-    explicit ExpectDialog(int answer, std::function<void(D&)> use = {}) : answer_(answer), use_(std::move(use)) {}
-
-protected:
-    int OnInvoked(D* dialog) const override {
-        if (use_) use_(*dialog);
-        ++shown;
-        return answer_;
-    }
-
-public:
-    static inline int shown = 0;
-
-private:
-    int answer_;
-    std::function<void(D&)> use_;
-};
 
 TEST(GuiDeviceCommandsTest, DialogsOpenFromTheMenusAndTimersAreWrittenBack) {
     SimFleet fleet({"--device", "V", "--device", "V,wifi=one"});
@@ -233,6 +162,24 @@ TEST(GuiDeviceCommandsTest, DialogsOpenFromTheMenusAndTimersAreWrittenBack) {
                 }));
             },
             ExpectDialog<GuiTimersDialog>(wxID_OK, addTimer));
+
+        // The menu opens as the user opens it, with its mnemonic; it is a
+        // window of its own, so the picture is taken from the screen.
+        window.Raise();
+        window.SetFocus();
+        wxUIActionSimulator keyboard;
+        keyboard.Char('d', wxMOD_ALT);
+        waitFor([] { return false; }, 500);
+        wxRect const area = window.GetScreenRect();
+        wxBitmap bitmap(area.GetSize());
+        wxMemoryDC copy(bitmap);
+        wxScreenDC screen;
+        copy.Blit(0, 0, area.width, area.height, &screen, area.x, area.y);
+        copy.SelectObject(wxNullBitmap);
+        keyboard.Char(WXK_ESCAPE);
+        std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
+        EXPECT_TRUE(
+            bitmap.SaveFile((program.parent_path() / "screenshots" / "device_menu.png").string(), wxBITMAP_TYPE_PNG));
     }
     ReadyWindow oneNetwork(fleet, 1);
     wxTEST_DIALOG(oneNetwork.window.ProcessCommand(GuiDevice::kMenuWifiSetup), ExpectDialog<GuiWifiSetup>(wxID_CANCEL));
@@ -241,42 +188,25 @@ TEST(GuiDeviceCommandsTest, DialogsOpenFromTheMenusAndTimersAreWrittenBack) {
 TEST(GuiDeviceCommandsTest, PasswordsLockNewConnectionsAndAChangeRefusedByALockAsksForItsPassword) {
     SimFleet fleet({"--device", "V"});
     ReadyWindow user(fleet, 0);
-    GuiDevice& window = user.window;
     std::string const address = fleet.device(0).address;
+    auto const cleared = [] { return ExpectMessage("Confirmation", "Device user password reset successfully.\n"); };
 
     // Another client locks the device: the window's session is below the new
     // lock, so its commands are refused, and a change of the lock asks for
     // the password that refused it.
     ASSERT_EQ(zelmorctl({"--lan", address, "lock", "user", "--new-password", "heron"}).status, 0);
-    wxTEST_DIALOG(
-        {
-            int const answered = ExpectMessage::answered();
-            window.ProcessCommand(GuiDevice::kMenuResetEnergyMeter);
-            EXPECT_TRUE(waitForMessage(answered + 1));
-        },
-        ExpectMessage("Confirmation", "Reset the energy meter ?"),
-        ExpectMessage("Error", "Feature is locked by user password."));
-    wxTEST_DIALOG(
-        {
-            int const answered = ExpectMessage::answered();
-            window.ProcessCommand(GuiDevice::kMenuSetUserPassword);
-            EXPECT_TRUE(waitForMessage(answered));
-        },
-        ExpectEnterTwice("", ""), ExpectEnterString("heron"),
-        ExpectMessage("Confirmation", "Device user password reset successfully.\n"));
+    wxTEST_DIALOG(user.command(GuiDevice::kMenuResetEnergyMeter, 2),
+                  ExpectMessage("Confirmation", "Reset the energy meter ?"),
+                  ExpectMessage("Error", "Feature is locked by user password."));
+    wxTEST_DIALOG(user.command(GuiDevice::kMenuSetUserPassword, 1), ExpectEnterString("", ""),
+                  ExpectEnterString("heron"), cleared());
     EXPECT_EQ(zelmorctl({"--lan", address, "stats"}).status, 0);
 
-    wxTEST_DIALOG(window.ProcessCommand(GuiDevice::kMenuSetUserPassword), ExpectEnterTwice("bilge", "bilge"));
+    wxTEST_DIALOG(user.command(GuiDevice::kMenuSetUserPassword), ExpectEnterString("bilge", "bilge"));
     EXPECT_TRUE(waitFor([&] { return zelmorctl({"--lan", address, "stats"}).status == 1; }, 10000));
     EXPECT_EQ(zelmorctl({"--lan", address, "stats"}).err, "Feature is locked by user password.\n");
     // An empty password removes the lock; this session set it, so it may.
-    wxTEST_DIALOG(
-        {
-            int const answered = ExpectMessage::answered();
-            window.ProcessCommand(GuiDevice::kMenuSetUserPassword);
-            EXPECT_TRUE(waitForMessage(answered));
-        },
-        ExpectEnterTwice("", ""), ExpectMessage("Confirmation", "Device user password reset successfully.\n"));
+    wxTEST_DIALOG(user.command(GuiDevice::kMenuSetUserPassword, 1), ExpectEnterString("", ""), cleared());
     EXPECT_EQ(zelmorctl({"--lan", address, "stats"}).status, 0);
 }
 
@@ -285,10 +215,7 @@ TEST(GuiDeviceCommandsTest, APairedDeviceOpensFromRemoteDevicesThroughTheHub) {
     {
         ReadyWindow user(fleet, 0);
         wxTEST_DIALOG(
-            {
-                user.window.ProcessCommand(GuiDevice::kMenuPair);
-                ASSERT_TRUE(waitFor([] { return !localStore().remoteDevices().empty(); }));
-            },
+            user.command(GuiDevice::kMenuPair, 1),
             ExpectMessage("Instructions", "Device paired successfully.\n", wxID_OK, ExpectMessage::Beginning));
     }
     GuiMain& main = *new GuiMain(localStore(), std::make_unique<ZelmorScannerImpl>());

@@ -21,6 +21,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <utility>
@@ -81,40 +82,44 @@ inline wxTextCtrl& textField(wxWindow& dialog, wxWindowID id) {
 inline void type(wxWindow& dialog, wxWindowID id, wxString const& text) { textField(dialog, id).SetValue(text); }
 inline bool continueEnabled(wxWindow& dialog) { return dialog.FindWindow(wxID_OK)->IsEnabled(); }
 
-/// A user who types into a modal GuiEnterString and presses Continue, or
-/// Cancel when Continue is disabled.
+/// A user who types `entry` into a modal GuiEnterString, and `confirmation`
+/// into its second field when given, and presses Continue (or Cancel when it
+/// is disabled).
 class ExpectEnterString : public wxExpectModalBase<GuiEnterString, ExpectEnterString> {
 public:
-    explicit ExpectEnterString(wxString entry) : entry_(std::move(entry)) {}
-
-protected:
-    int OnInvoked(GuiEnterString* dialog) const override {
-        type(*dialog, GuiEnterString::kEntryId, entry_);
-        return continueEnabled(*dialog) ? wxID_OK : wxID_CANCEL;
-    }
-
-private:
-    wxString entry_;
-};
-
-/// A user who types into a modal GuiEnterString with a confirmation field:
-/// `entry`, then `confirmation`, and presses Continue (or Cancel when it is
-/// disabled).
-class ExpectEnterTwice : public wxExpectModalBase<GuiEnterString, ExpectEnterTwice> {
-public:
-    ExpectEnterTwice(wxString entry, wxString confirmation)
+    explicit ExpectEnterString(wxString entry, std::optional<wxString> confirmation = std::nullopt)
         : entry_(std::move(entry)), confirmation_(std::move(confirmation)) {}
 
 protected:
     int OnInvoked(GuiEnterString* dialog) const override {
         type(*dialog, GuiEnterString::kEntryId, entry_);
-        type(*dialog, GuiEnterString::kConfirmationId, confirmation_);
+        if (confirmation_) type(*dialog, GuiEnterString::kConfirmationId, *confirmation_);
         return continueEnabled(*dialog) ? wxID_OK : wxID_CANCEL;
     }
 
 private:
     wxString entry_;
-    wxString confirmation_;
+    std::optional<wxString> confirmation_;
+};
+
+/// A user who looks at a dialog of type D and closes it with `answer`, after
+/// `use` (if any) had its way with it.
+template <class D>
+class ExpectDialog : public wxExpectModalBase<D, ExpectDialog<D>> {
+public:
+    explicit ExpectDialog(int answer, std::function<void(D&)> use = {}) : answer_(answer), use_(std::move(use)) {}
+    static inline int shown = 0;
+
+protected:
+    int OnInvoked(D* dialog) const override {
+        if (use_) use_(*dialog);
+        ++shown;
+        return answer_;
+    }
+
+private:
+    int answer_;
+    std::function<void(D&)> use_;
 };
 
 /// A user who reads a message box, which must say `message` (or begin with

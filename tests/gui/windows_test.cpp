@@ -185,31 +185,14 @@ TEST(GuiDeviceTest, LockedDeviceAsksForThePasswordUntilItIsRight) {
     ASSERT_TRUE(allWindowsGone());
 }
 
-/// The user at the password prompt, while `meanwhile` happens: then answers
-/// it with a password or cancels it.
-class ExpectPromptWhile : public wxExpectModalBase<GuiEnterString, ExpectPromptWhile> {
-public:
-    ExpectPromptWhile(std::function<void()> meanwhile, int answer)
-        : meanwhile_(std::move(meanwhile)), answer_(answer) {}
-
-protected:
-    int OnInvoked(GuiEnterString* dialog) const override {
-        meanwhile_();
-        type(*dialog, GuiEnterString::kEntryId, "kingfisher");
-        return answer_;
-    }
-
-private:
-    std::function<void()> meanwhile_;
-    int answer_;
-};
-
 TEST(GuiDeviceTest, LinkLostUnderThePasswordPromptClosesTheWindowOnceThePromptIsAnswered) {
     for (int answer : {wxID_OK, wxID_CANCEL}) {
         SCOPED_TRACE(answer);
         SimFleet fleet({});
         GuiDevice* window = openLanDevice(fleet.device(2));
-        auto const linkLost = [&] {
+        // The user is at the password prompt when the link is lost, then
+        // answers it or cancels it.
+        auto const linkLost = [&](GuiEnterString& prompt) {
             int const answered = ExpectMessage::answered();
             fleet.kill();
             EXPECT_TRUE(waitForMessage(answered));
@@ -217,8 +200,9 @@ TEST(GuiDeviceTest, LinkLostUnderThePasswordPromptClosesTheWindowOnceThePromptIs
             // wx deletes a closed window at the next idle time, and this
             // prompt's loop has had many.
             EXPECT_FALSE(window->IsBeingDeleted());
+            type(prompt, GuiEnterString::kEntryId, "kingfisher");
         };
-        wxTEST_DIALOG(EXPECT_TRUE(allWindowsGone()), ExpectPromptWhile(linkLost, answer),
+        wxTEST_DIALOG(EXPECT_TRUE(allWindowsGone()), ExpectDialog<GuiEnterString>(answer, linkLost),
                       ExpectMessage("Info", "Device disconnected"));
     }
 }
