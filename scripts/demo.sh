@@ -12,15 +12,16 @@ cmake -S . -B build/release -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build build/release -j"$(nproc)" --target zelmor-sim zelmor-manager
 
 bin=build/release
-# A LAN model, a WiFi model, a locked one, and one that announces nothing and
-# is reached through the hub only.
+# A LAN model, a WiFi model, a locked one, one that announces nothing and is
+# reached through the hub only, and a WiFi model that keeps one network.
 . scripts/start-fleet.sh
-start_fleet --device K --device V --device V,user=kingfisher --device V,silent
+start_fleet --device K --device V --device V,user=kingfisher --device V,silent --device V,wifi=one
 
 # A device's line: address, model, "name", serial, [user password "…"], [silent], link.
 name_of() { awk -v address="$1" '$1 == address' "$fleet" | cut -d'"' -f2; }
 locked=127.0.0.4
 silent=127.0.0.5
+one_network=127.0.0.6
 cat <<TEXT
 
 Zelmor Manager is opening on a simulated fleet; closing it stops the simulator.
@@ -31,6 +32,11 @@ Zelmor Manager is opening on a simulated fleet; closing it stops the simulator.
     Device > Add Remote Device, paste this link, then double-click it under Remote Devices:
 
     $(awk -v address=$silent '$1 == address { print $NF }' "$fleet")
+
+  - The device window's menus hold its commands. Settings > WiFi Setup lists the
+    known networks of "$(name_of 127.0.0.3)", and the networks in reach of
+    "$(name_of $one_network)", which keeps one; their passwords are in
+    docs/simulated-device.md (WiFi).
 
 TEXT
 
