@@ -1,6 +1,5 @@
-// What the timers dialog shows and how its controls change a timer: item
-// texts, the day mask, the edit and repeat-mode rules, names and the
-// duplicate check.
+// What the timers dialog shows and how its controls change a timer: texts,
+// the day mask, the edit and repeat-mode rules and the duplicate check.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -13,86 +12,62 @@
 
 namespace {
 
-ZelmorSchedule timer(unsigned startHour, unsigned endHour, std::string const& name = "Pump") {
+/// A timer of a timing word: start minute from bit 0, start hour from bit 6,
+/// end minute 11, end hour 17, day-of-month mode 22, repeat value 23.
+ZelmorSchedule timer(uint64_t timing, std::string const& name = "Pump") {
     ZelmorSchedule t;
-    t.setStartHour(startHour);
-    t.setEndHour(endHour);
+    t.setTiming(timing);
     t.setName(name);
     return t;
 }
 
-TEST(GuiTimerList, ItemsAndDayMask) {
+TEST(GuiTimerList, ItemsNamesAndDayMask) {
     std::pair<unsigned, std::string> const hours[] = {{0, "12 AM"}, {11, "11 AM"}, {12, "12 PM"}, {23, "11 PM"}};
     for (auto const& [hour, text] : hours) EXPECT_EQ(hourItems().at(hour), text);
-    EXPECT_EQ(hourItems().size(), 24u);
-    EXPECT_EQ(minuteItems().size(), 60u);
-    EXPECT_EQ(minuteItems()[7], "07");
-    EXPECT_EQ(dayOfMonthItems().size(), 31u);
-    EXPECT_EQ(dayOfMonthItems()[30], "31");
-    std::pair<WeekdayBoxes, uint32_t> const masks[] = {
-        {{}, 0}, {{true, false, true}, 1 | 4}, {{false, false, false, false, false, false, true}, 64}};
-    for (auto const& [boxes, mask] : masks) {
-        EXPECT_EQ(dayMask(boxes), mask);
-        EXPECT_EQ(weekdayBoxes(mask | 0x80), boxes);
-    }
+    EXPECT_EQ(std::tuple(hourItems().size(), minuteItems().size(), dayOfMonthItems().size()),
+              std::tuple(24u, 60u, 31u));
+    EXPECT_EQ(std::tuple(minuteItems()[7], dayOfMonthItems()[0], dayOfMonthItems()[30]), std::tuple("07", "1", "31"));
+    std::pair<std::string, std::string> const names[] = {{"Nineteen characters", "Nineteen charac"},
+                                                         {std::string(14, 'x') + "ä", std::string(14, 'x')}};
+    for (auto const& [typed, kept] : names) EXPECT_EQ(fitTimerName(typed), kept) << typed;
+    WeekdayBoxes const mondayWednesdaySunday = {true, false, true, false, false, false, true};
+    EXPECT_EQ(dayMask(mondayWednesdaySunday), 1u | 4 | 64);
+    EXPECT_EQ(weekdayBoxes(0x80 | 1 | 4 | 64), mondayWednesdaySunday);
 }
 
-// Values without an item show unselected and edits keep them; a timer from
-// 00:00 has no start time, and one without a start time runs from 00:00.
-TEST(GuiTimerList, ValuesWithoutAnItemAndTheStartTime) {
-    constexpr uint64_t kKeptBits = uint64_t{0x3FF} << 54;
-    ZelmorSchedule t = timer(6, 25);
-    t.setTiming(t.getTiming() | kKeptBits);
-    t.setDayOfMonthMode();
-    t.setRepeatValue(40);
-    TimerControls controls = timerControls(t);
-    EXPECT_EQ(controls, (TimerControls{6, 0, -1, 0, true, true, {}, -1}));
-    controls.startTimeEnabled = false;
-    EXPECT_EQ(editTimer(t, controls), (TimerControls{0, 0, -1, 0, false, true, {}, -1}));
-    EXPECT_EQ(t.getTiming(), kKeptBits | uint64_t{40} << 23 | uint64_t{1} << 22 | 25u << 17);
-    EXPECT_FALSE(timerControls(t).startTimeEnabled);
-}
+// Values without an item show unselected and edits keep them; a timer without
+// a start time runs from 00:00. Day of week to day of month gives day 1; back
+// gives an empty mask, which the boxes fill at the next edit.
+TEST(GuiTimerList, EditsAndRepeatModeSwitches) {
+    // Bits 54 to 63 and the end hour 25 stay through every edit below.
+    constexpr uint64_t kUnshown = uint64_t{0x3FF} << 54 | 25u << 17;
+    ZelmorSchedule t = timer(kUnshown | uint64_t{40} << 23 | 1u << 22 | 6u << 6);
+    EXPECT_EQ(timerControls(t), (TimerControls{6, 0, -1, 0, true, true, {}, -1}));
+    TimerControls controls = editTimer(t, {6, 0, -1, 0, false, true, {}, -1});
+    EXPECT_EQ(controls, (TimerControls{0, 0, -1, 0, false, true, {}, -1}));
+    EXPECT_EQ(t.getTiming(), kUnshown | uint64_t{40} << 23 | 1u << 22);
 
-// Day of week to day of month gives day 1; back gives an empty mask while
-// every box shows checked, until the next edit takes the boxes.
-TEST(GuiTimerList, RepeatModeSwitches) {
-    ZelmorSchedule t = timer(6, 7);
-    TimerControls controls = timerControls(t);
-    controls.dayOfMonthMode = true;
-    controls = switchRepeatMode(t, controls);
-    // The timing word from bit 22 on: the mode, then the repeat value.
-    EXPECT_EQ(std::tuple(t.getTiming() >> 22, controls.weekdays, controls.dayOfMonth),
-              std::tuple(uint64_t{1 | 1 << 1}, WeekdayBoxes{}, 0));
     controls.dayOfMonthMode = false;
     controls = switchRepeatMode(t, controls);
-    EXPECT_EQ(std::tuple(t.getTiming() >> 22, controls.weekdays, controls.dayOfMonth),
-              std::tuple(uint64_t{0}, weekdayBoxes(127), -1));
+    EXPECT_EQ(t.getTiming(), kUnshown);
     editTimer(t, controls);
-    EXPECT_EQ(t.getRepeatValue(), 127u);
-}
-
-TEST(GuiTimerList, NamesKeepFifteenBytesOfWholeCharacters) {
-    std::pair<std::string, std::string> const cases[] = {{"Fifteen chars..", "Fifteen chars.."},
-                                                         {"Nineteen characters", "Nineteen charac"},
-                                                         {std::string(14, 'x') + "ä", std::string(14, 'x')}};
-    for (auto const& [typed, kept] : cases) EXPECT_EQ(fitTimerName(typed), kept) << typed;
+    EXPECT_EQ(t.getTiming(), kUnshown | uint64_t{127} << 23);
+    controls.dayOfMonthMode = true;
+    controls = switchRepeatMode(t, controls);
+    EXPECT_EQ(t.getTiming(), kUnshown | uint64_t{1} << 23 | 1u << 22);
+    controls.dayOfMonth = 30;
+    editTimer(t, controls);
+    EXPECT_EQ(t.getRepeatValue(), 31u);
 }
 
 TEST(GuiTimerList, DuplicatesAreTimersEqualInTimingWhateverTheirNames) {
-    ZelmorSchedule const a = timer(6, 7, "Morning");
-    ZelmorSchedule const b = timer(18, 23, "Evening");
-    ZelmorSchedule monthly = a;
-    monthly.setDayOfMonthMode();
-    using Pair = std::optional<std::pair<size_t, size_t>>;
-    std::pair<std::vector<ZelmorSchedule>, Pair> const cases[] = {
-        {{}, std::nullopt},
-        {{a}, std::nullopt},
-        {{a, b, monthly}, std::nullopt},
-        {{a, timer(6, 7, "Other name")}, std::pair{0u, 1u}},
-        {{a, b, monthly, timer(18, 23, "Late"), a}, std::pair{0u, 4u}},
-        {{a, b, monthly, timer(18, 23, "Late")}, std::pair{1u, 3u}},
-    };
-    for (auto const& [timers, duplicate] : cases) EXPECT_EQ(findDuplicateTimers(timers), duplicate) << timers.size();
+    std::vector<ZelmorSchedule> const timers = {timer(1, "Morning"), timer(2, "Evening"), timer(2, "Late"),
+                                                timer(1 | 1u << 22), timer(1, "Other name")};
+    // The first so many timers above, and their first pair by its first timer.
+    std::pair<size_t, std::optional<std::pair<size_t, size_t>>> const cases[] = {
+        {0, std::nullopt}, {1, std::nullopt}, {2, std::nullopt}, {3, std::pair{1u, 2u}}, {5, std::pair{0u, 4u}}};
+    for (auto const& [count, duplicate] : cases)
+        EXPECT_EQ(findDuplicateTimers({timers.begin(), timers.begin() + count}), duplicate) << count;
 }
 
 }  // namespace
