@@ -7,16 +7,15 @@
 
 #include <string>
 
-#include "auth_key.h"
 #include "callback_result.h"
 #include "zelmor_impl.h"
 
-/// Connects over the LAN, reads the information record (the dialogs consult
-/// it) and unlocks with `password` when one is given.
+/// Connects over the LAN and reads the information record (the dialogs
+/// consult it).
 struct ConnectedDevice {
     ZelmorImpl device;
 
-    explicit ConnectedDevice(std::string const& address, std::string const& password = {}) {
+    explicit ConnectedDevice(std::string const& address) {
         CallbackResult<> connected;
         device.setConnectedCallback(connected.callback());
         device.connectLan(inet_addr(address.c_str()));
@@ -25,9 +24,5 @@ struct ConnectedDevice {
         CallbackResult<Zelmor::ResponseCode, Zelmor::DeviceInfo> info;
         device.requestGetInfo(info.callback());
         EXPECT_EQ(std::get<0>(info.get()), Zelmor::ResponseCode::Success);
-        if (password.empty()) return;
-        CallbackResult<Zelmor::ResponseCode> unlocked;
-        device.requestUnlock(makeAuthKey(password), unlocked.callback());
-        EXPECT_EQ(std::get<0>(unlocked.get()), Zelmor::ResponseCode::Success);
     }
 };
