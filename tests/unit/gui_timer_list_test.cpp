@@ -28,7 +28,7 @@ TEST(GuiTimerList, ItemsNamesAndDayMask) {
               std::tuple(24u, 60u, 31u));
     EXPECT_EQ(std::tuple(minuteItems()[7], dayOfMonthItems()[0], dayOfMonthItems()[30]), std::tuple("07", "1", "31"));
     std::pair<std::string, std::string> const names[] = {{"Nineteen characters", "Nineteen charac"},
-                                                         {std::string(14, 'x') + "ä", std::string(14, 'x')}};
+                                                         {std::string(14, 'x') + "é", std::string(14, 'x')}};
     for (auto const& [typed, kept] : names) EXPECT_EQ(fitTimerName(typed), kept) << typed;
     WeekdayBoxes const mondayWednesdaySunday = {true, false, true, false, false, false, true};
     EXPECT_EQ(dayMask(mondayWednesdaySunday), 1u | 4 | 64);
@@ -55,9 +55,12 @@ TEST(GuiTimerList, EditsAndRepeatModeSwitches) {
     controls.dayOfMonthMode = true;
     controls = switchRepeatMode(t, controls);
     EXPECT_EQ(t.getTiming(), kUnshown | uint64_t{1} << 23 | 1u << 22);
-    controls.dayOfMonth = 30;
-    editTimer(t, controls);
-    EXPECT_EQ(t.getRepeatValue(), 31u);
+    EXPECT_EQ(controls.weekdays, WeekdayBoxes{});
+    for (int const item : {30, 0}) {
+        controls.dayOfMonth = item;
+        editTimer(t, controls);
+        EXPECT_EQ(t.getRepeatValue(), static_cast<uint32_t>(item) + 1);
+    }
 }
 
 TEST(GuiTimerList, DuplicatesAreTimersEqualInTimingWhateverTheirNames) {

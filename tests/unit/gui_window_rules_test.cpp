@@ -110,6 +110,11 @@ TEST(DeviceCommandsTextTest, ClockQuestionInTheLocalZoneOnATwelveHourClock) {
     ::tzset();
 }
 
+TEST(DeviceCommandsTextTest, NamesOfEightBytesOnBluetoothModelsOnly) {
+    EXPECT_EQ(std::tuple(deviceNameMaxLength(0x41), deviceNameMaxLength(0x10), deviceNameMaxLength(0x30)),
+              std::tuple(32u, 32u, 8u));
+}
+
 TEST(DeviceCommandsTextTest, OnlyALockRefusalAsksForTheCurrentPassword) {
     EXPECT_STREQ(currentPasswordPrompt(Zelmor::ResponseCode::LockedByUserPassword), "Enter user password");
     EXPECT_STREQ(currentPasswordPrompt(Zelmor::ResponseCode::LockedByMasterPassword), "Enter master password");
