@@ -81,6 +81,11 @@ int GuiDevice::showModal(wxDialog& dialog) {
     return guard_.modal([&dialog] { return dialog.ShowModal(); });
 }
 
+int GuiDevice::showMessage(wxString const& text, wxString const& caption, long style) {
+    wxMessageDialog box(this, text, caption, style);
+    return showModal(box);
+}
+
 bool GuiDevice::report(Zelmor::ResponseCode code) {
     bool proceed = true;
     guard_.modal([&] {
@@ -137,9 +142,8 @@ void GuiDevice::deviceUnlock(bool onConnect) {
             if (code == Zelmor::ResponseCode::Success) {
                 if (onConnect) window.deviceReady();
             } else if (code == Zelmor::ResponseCode::PasswordRejected) {
-                wxMessageDialog box(&window, "Invalid password.", "Error",
-                                    wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
-                if (window.showModal(box) == wxID_OK) window.deviceUnlock(onConnect);
+                if (window.showMessage("Invalid password.", "Error", kErrorStyle) == wxID_OK)
+                    window.deviceUnlock(onConnect);
             } else {
                 window.report(code);
             }
@@ -217,10 +221,7 @@ void GuiDevice::linkEnded(Zelmor::DisconnectReason reason) {
     setMenusEnabled(false);
     SetStatusText("Disconnected");
     LinkEndOutcome const outcome = linkEndOutcome(reason);
-    if (outcome.showMessage) {
-        wxMessageDialog box(this, outcome.message, kLinkEndCaption, wxOK | wxCENTRE | wxSTAY_ON_TOP);
-        showModal(box);
-    }
+    if (outcome.showMessage) showMessage(outcome.message, kLinkEndCaption);
     guard_.close();
 }
 

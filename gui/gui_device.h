@@ -75,8 +75,14 @@ private:
     /// Enables or disables every command; "WiFi Setup" goes for good unless
     /// the device is a WiFi model reached directly.
     void setMenusEnabled(bool enabled);
+    static constexpr long kInfoStyle = wxOK | wxCENTRE | wxSTAY_ON_TOP;
+    static constexpr long kErrorStyle = wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP;
+    static constexpr long kQuestionStyle = wxOK | wxCANCEL | wxICON_QUESTION | wxCENTRE | wxSTAY_ON_TOP;
+
     /// Shows a modal dialog of this window (see ModalCloseGuard).
     int showModal(wxDialog& dialog);
+    /// A message box of this window, shown through showModal.
+    int showMessage(wxString const& text, wxString const& caption, long style = kInfoStyle);
     /// reportResponseCode, as a modal dialog of this window.
     bool report(Zelmor::ResponseCode code);
     /// Asks `question` under "Confirmation"; true when the user chose OK.

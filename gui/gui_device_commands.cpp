@@ -62,9 +62,6 @@ Menu const kMenus[] = {
     {"&Help", {{GuiDevice::kMenuAbout, "&About", ""}}},
 };
 
-constexpr long kQuestionStyle = wxOK | wxCANCEL | wxICON_QUESTION | wxCENTRE | wxSTAY_ON_TOP;
-constexpr long kInfoStyle = wxOK | wxCENTRE | wxSTAY_ON_TOP;
-
 }  // namespace
 
 void GuiDevice::buildMenus() {
@@ -128,8 +125,7 @@ void GuiDevice::bindCommands() {
 }
 
 bool GuiDevice::confirm(wxString const& question) {
-    wxMessageDialog box(this, question, "Confirmation", kQuestionStyle);
-    return showModal(box) == wxID_OK;
+    return showMessage(question, "Confirmation", kQuestionStyle) == wxID_OK;
 }
 
 Zelmor::DoneCallback GuiDevice::replyHandler(std::function<void(GuiDevice&)> success) {
@@ -209,8 +205,7 @@ void GuiDevice::sendPasswordChange(PasswordLock lock, std::optional<std::string>
                 return;
             }
             if (!window.report(code) || password) return;
-            wxMessageDialog box(&window, passwordTexts(lock).resetText, "Confirmation", kInfoStyle);
-            window.showModal(box);
+            window.showMessage(passwordTexts(lock).resetText, "Confirmation");
         });
     };
     if (lock == PasswordLock::User) {
@@ -235,9 +230,7 @@ void GuiDevice::unlockAndRetry(PasswordLock lock, std::optional<std::string> con
     device_->requestUnlock(makeAuthKey(dialog.value()), [self, lock, password](Zelmor::ResponseCode code) {
         postToWindow(self, [lock, password, code](GuiDevice& window) {
             if (code == Zelmor::ResponseCode::PasswordRejected) {
-                wxMessageDialog box(&window, "Invalid password.", "Error",
-                                    wxOK | wxICON_ERROR | wxCENTRE | wxSTAY_ON_TOP);
-                window.showModal(box);
+                window.showMessage("Invalid password.", "Error", kErrorStyle);
             } else if (window.report(code)) {
                 window.sendPasswordChange(lock, password);
             }
@@ -260,9 +253,7 @@ void GuiDevice::OnMenuDevicePair(wxCommandEvent&) {
         postToWindow(self, [code, key](GuiDevice& window) {
             if (!window.report(code)) return;
             localStore().addRemoteDevice(pairedDevice(window.info_, key));
-            wxMessageDialog box(&window, wxString::FromUTF8(pairingInstructions(window.info_.name)), "Instructions",
-                                kInfoStyle);
-            window.showModal(box);
+            window.showMessage(wxString::FromUTF8(pairingInstructions(window.info_.name)), "Instructions");
         });
     });
 }
@@ -270,8 +261,7 @@ void GuiDevice::OnMenuDevicePair(wxCommandEvent&) {
 void GuiDevice::OnMenuSettingsResetFactory(wxCommandEvent&) {
     if (!confirm(kFactoryResetQuestion)) return;
     device_->requestResetConfig(replyHandler([](GuiDevice& window) {
-        wxMessageDialog box(&window, "The device has been reset to factory defaults.", "Info", kInfoStyle);
-        window.showModal(box);
+        window.showMessage("The device has been reset to factory defaults.", "Info");
         // The name is the factory's again.
         window.refreshInfo();
     }));
@@ -290,6 +280,5 @@ void GuiDevice::OnMenuSettingsCalibrateCurrent(wxCommandEvent&) {
 }
 
 void GuiDevice::OnMenuAbout(wxCommandEvent&) {
-    wxMessageDialog box(this, wxString::FromUTF8(deviceAboutText(info_)), "About", wxOK | wxCENTRE);
-    showModal(box);
+    showMessage(wxString::FromUTF8(deviceAboutText(info_)), "About", wxOK | wxCENTRE);
 }
