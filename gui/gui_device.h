@@ -81,6 +81,8 @@ public:
     void startSync();
     /// Stops the sync and waits until it has.
     void stopSync();
+    /// A sync is copying files.
+    bool syncing() const { return logSync_.syncing(); }
 
 private:
     void buildMenus();
