@@ -1,5 +1,5 @@
-// The log sync engine against a scripted device that fails on demand; the
-// network suite's log sync runs check the copies against the simulator.
+// The log sync engine against a scripted device that fails on demand; the network
+// suite's log sync runs check the copies against the simulator.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -16,13 +16,21 @@
 #include "temp_directory.h"
 
 using Bytes = std::vector<uint8_t>;
+using Files = std::map<uint32_t, Bytes>;
 using Lengths = std::map<uint32_t, size_t>;  // file id -> length
 
 namespace {
 
+/// The file's bytes; none when there is no file.
 Bytes readFile(std::filesystem::path const& path) {
     std::ifstream in(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void writeFile(std::filesystem::path const& path, Bytes const& bytes) {
+    std::filesystem::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<char const*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
 Bytes pattern(size_t length, uint8_t seed) {
@@ -32,15 +40,16 @@ Bytes pattern(size_t length, uint8_t seed) {
 }
 
 using Read = std::tuple<uint32_t, uint32_t, uint32_t>;  // file id, offset, length
+
 enum class Fault { RefuseRead, LoseFrame, Empty };
 constexpr Zelmor::ResponseCode kRefusal = Zelmor::ResponseCode::LockedByUserPassword;
 
 /// A device log served by the request engine's scripted transport. The list
-/// can be refused, the read of a file at an offset can fail as `faults` says
-/// (refused, short of a frame, or empty), and the `holdRead`th read waits for
-/// `release` before it is answered.
+/// can be refused, and the read of a file at an offset can fail as `faults`
+/// says: refused, short of a frame, or empty. The `holdRead`th read waits for
+/// `release` before it is answered. The test reads `reads` once a sync is done.
 struct ScriptedLog {
-    std::map<uint32_t, Bytes> files;
+    Files files;
     std::map<std::pair<uint32_t, uint32_t>, Fault> faults;
     bool refuseList = false;
     size_t holdRead = 0;
@@ -81,35 +90,35 @@ struct ScriptedLog {
     }
 };
 
-/// One sync; with `holdRead`, stopSync is called from another thread while
+/// One sync; with `holdRead`, stopSync is called on another thread while
 /// that read waits for its answer.
-LogMirror::Outcome sync(ScriptedLog& log, std::filesystem::path const& directory, uint8_t revision) {
+LogMirror::Outcome mirror(ScriptedLog& log, std::filesystem::path const& dir, uint8_t revision) {
     ScriptedZelmor device([&](ScriptedZelmor& d, ScriptedZelmor::Sent const& s) { log.respond(d, s); });
-    LogMirror mirror(device);
-    CallbackResult<LogMirror::Outcome> done;
-    log.held = {};
+    LogMirror engine(device);
+    CallbackResult<LogMirror::Outcome> result;
     std::promise<void> release;
+    log.held = {};
     log.release = release.get_future().share();
-    mirror.startSync(directory, revision, {{}, {}, done.callback()});
+    engine.startSync(dir, revision, {{}, {}, result.callback()});
     if (log.holdRead > 0) {
         log.held.get_future().wait();
-        std::thread stopper([&] { mirror.stopSync(); });
-        while (mirror.syncEnabled()) std::this_thread::yield();
+        std::thread stopper([&] { engine.stopSync(); });
+        while (engine.syncEnabled()) std::this_thread::yield();
         release.set_value();
         stopper.join();
-        EXPECT_FALSE(mirror.syncing());
+        EXPECT_FALSE(engine.syncing());
     }
-    return std::get<0>(done.get());
+    return std::get<0>(result.get());
 }
 
 struct Case {
     char const* name;
     Lengths device;
-    Lengths local;  // copies before the sync: a prefix of the device's file, or when longer, other bytes
+    Lengths local;  // before: a prefix of the device's file, or other bytes when longer
     std::map<std::pair<uint32_t, uint32_t>, Fault> faults;
     std::vector<Read> reads;
     uint64_t total;
-    Lengths after;  // the copies' lengths after it
+    Lengths after;  // the copies after the first sync
     bool schedulesNext = true;
     bool refuseList = false;
     size_t holdRead = 0;
@@ -118,8 +127,8 @@ struct Case {
 
 }  // namespace
 
-// Each case syncs once as described, then once more without faults: the
-// second sync resumes at each copy's length and completes every copy.
+// Each case syncs once as told, then once more without faults: that sync
+// resumes at each copy's length and completes every copy.
 TEST(LogMirror, SyncsOnlyWhatIsMissingAndResumesWhereACopyEnds) {
     Case const cases[] = {
         {"empty device file", {{1, 0}, {2, 5000}}, {}, {}, {{2, 0, 4096}, {2, 4096, 4096}}, 5000, {{1, 0}, {2, 5000}}},
@@ -160,34 +169,30 @@ TEST(LogMirror, SyncsOnlyWhatIsMissingAndResumesWhereACopyEnds) {
         TempDirectory root;
         std::filesystem::path const dir = root.path() / "a1b2c3d4e5f607";
         ScriptedLog log{{}, c.faults, c.refuseList, c.holdRead};
-        for (auto const& [id, size] : c.device) log.files[id] = pattern(size, static_cast<uint8_t>(id));
-        auto const expected = [&](uint32_t id, size_t length) {
+        for (auto [id, size] : c.device) log.files[id] = pattern(size, static_cast<uint8_t>(id));
+        auto const copy = [&](uint32_t id, size_t length) {
             Bytes const& content = log.files.at(id);
             return length > content.size() ? pattern(length, 0xEE) : Bytes(content.begin(), content.begin() + length);
         };
-        std::filesystem::create_directories(dir);
-        for (auto const& [id, length] : c.local) root.write("a1b2c3d4e5f607/" + logFileName(id), expected(id, length));
+        for (auto [id, length] : c.local) writeFile(dir / logFileName(id), copy(id, length));
 
-        LogMirror::Outcome const first = sync(log, dir, c.revision);
+        LogMirror::Outcome const first = mirror(log, dir, c.revision);
         EXPECT_EQ(log.reads, c.reads);
         EXPECT_EQ(first.bytesPlanned, c.total);
         EXPECT_EQ(first.schedulesNext(), c.schedulesNext);
-        Lengths copies;
-        for (auto const& entry : std::filesystem::directory_iterator(dir)) {
-            uint32_t const id =
-                static_cast<uint32_t>(std::stoul(entry.path().filename().string().substr(1, 8), {}, 16));
-            copies[id] = entry.file_size();
-            EXPECT_EQ(readFile(entry.path()), expected(id, copies[id])) << id;
+        Lengths after;
+        std::error_code noFolder;  // a refused list makes none
+        for (auto const& entry : std::filesystem::directory_iterator(dir, noFolder)) {
+            auto const id = static_cast<uint32_t>(std::stoul(entry.path().filename().string().substr(1, 8), {}, 16));
+            after[id] = entry.file_size();
+            EXPECT_EQ(readFile(entry.path()), copy(id, after[id])) << id;
         }
-        EXPECT_EQ(copies, c.after);
+        EXPECT_EQ(after, c.after);
 
-        log.faults.clear();
-        log.refuseList = false;
-        log.holdRead = 0;
-        EXPECT_TRUE(sync(log, dir, c.revision).complete());
-        for (auto const& [id, size] : c.device)
+        log = ScriptedLog{log.files, {}};
+        EXPECT_TRUE(mirror(log, dir, c.revision).complete());
+        for (auto [id, size] : c.device)
             EXPECT_EQ(readFile(dir / logFileName(id)),
-                      expected(id, std::max(size, c.local.count(id) ? c.local.at(id) : 0)))
-                << id;
+                      copy(id, c.local.count(id) ? std::max(size, c.local.at(id)) : size));
     }
 }
