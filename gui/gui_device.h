@@ -35,7 +35,7 @@ public:
     static constexpr int kRefreshTimerId = 6002;
     static constexpr int kRefreshIntervalMs = 16;
     /// The first data log sync waits this long after the device is ready; a
-    /// sync that copied something and ran to its end schedules the next.
+    /// sync that had bytes to fetch and ran to its end schedules the next.
     static constexpr int kFirstSyncDelayMs = 2000;
     static constexpr int kSyncPeriodMs = 600000;
 
