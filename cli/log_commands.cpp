@@ -7,6 +7,7 @@
 #include <iostream>
 #include <limits>
 #include <memory>
+#include <utility>
 
 #include <fmt/core.h>
 
@@ -45,16 +46,19 @@ void list(CommandContext& context) {
 void sync(CommandContext& context, LogOptions const& options) {
     DeviceSession session(context.target);
     Zelmor::DeviceInfo const& info = session.info();
-    LogMirror mirror(session.device(), options.directory, info.serial, info.hardwareRevision);
-    // Shared with the run's callbacks, which may outlive this function when
+    std::string const directory = deviceLogDirectory(options.directory, info.serial).string();
+    LogMirror mirror(session.device());
+    // Shared with the sync's callbacks, which may outlive this function when
     // the link ends in the middle of a block.
     auto progress = std::make_shared<ProgressBar>("log sync");
     LogMirror::Outcome const outcome = session.await<LogMirror::Outcome>([&](auto deliver) {
-        mirror.start([progress](uint64_t done, uint64_t total) { progress->update(done, total); }, deliver);
+        LogMirror::Callbacks callbacks;
+        callbacks.progress = [progress](uint64_t done, uint64_t total) { progress->update(done, total); };
+        callbacks.done = deliver;
+        mirror.startSync(directory, info.hardwareRevision, std::move(callbacks));
     });
     progress->finish();
 
-    std::string const directory = mirror.directory().string();
     context.output.result(Json{{"directory", directory},
                                {"complete", outcome.complete()},
                                {"files_complete", outcome.filesComplete},

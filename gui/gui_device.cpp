@@ -12,6 +12,7 @@
 #include "hardware_revision.h"
 #include "local_store_instance.h"
 #include "lock_status.h"
+#include "log_sync_text.h"
 #include "report_response_code.h"
 #include "window_handle.h"
 #include "zelmor_impl.h"
@@ -26,6 +27,7 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
     : wxFrame(parent, wxID_ANY, wxString::FromUTF8(deviceWindowTitle(id.name)), wxDefaultPosition, wxSize(360, 420)),
       id_(id),
       device_(std::make_unique<ZelmorImpl>()),
+      logSync_(*device_),
       monitorTimer_(this, kMonitorTimerId),
       logSyncTimer_(this, kLogSyncTimerId),
       refreshTimer_(this, kRefreshTimerId) {
@@ -36,12 +38,17 @@ GuiDevice::GuiDevice(wxWindow* parent, Zelmor::DeviceIdentifier const& id, Zelmo
     buildLivePanel();
     Bind(wxEVT_TIMER, &GuiDevice::OnMonitorDataTimerEvent, this, kMonitorTimerId);
     Bind(wxEVT_TIMER, &GuiDevice::OnRefreshTimerEvent, this, kRefreshTimerId);
+    Bind(
+        wxEVT_TIMER, [this](wxTimerEvent&) { startSync(); }, kLogSyncTimerId);
     Bind(wxEVT_CLOSE_WINDOW, &GuiDevice::OnClose, this);
     refreshTimer_.Start(kRefreshIntervalMs);
 
     auto const self = anchor_.handle(*this);
     device_->setConnectedCallback([self] { postToWindow(self, [](GuiDevice& window) { window.linkUp(); }); });
-    device_->setDisconnectCallback([self](Zelmor::DisconnectReason reason) {
+    device_->setDisconnectCallback([self, abandonSync = logSync_.abandoner()](Zelmor::DisconnectReason reason) {
+        // At once, not posted: the GUI thread may be waiting in stopSync for
+        // a reply that the ended link will never bring.
+        abandonSync();
         postToWindow(self, [reason](GuiDevice& window) { window.linkEnded(reason); });
     });
     device_->setMonitorDataCallback([self](Zelmor::MonitorData const& data) {
@@ -75,6 +82,8 @@ void GuiDevice::detachFromDevice() {
     device_->setConnectedCallback({});
     device_->setDisconnectCallback({});
     device_->setMonitorDataCallback({});
+    // A block still on its way writes nothing for a window that goes.
+    logSync_.abandoner()();
 }
 
 int GuiDevice::showModal(wxDialog& dialog) {
@@ -158,8 +167,44 @@ void GuiDevice::deviceReady() {
         // The first readings at once rather than a poll period later.
         requestMonitorData();
     }
-    localStore().setCurrentDevice(id_.serial != 0 ? id_.serial : info_.serial);
+    localStore().setCurrentDevice(serial());
+    ready_ = true;
+    logSyncTimer_.StartOnce(kFirstSyncDelayMs);
     setMenusEnabled(true);
+}
+
+uint64_t GuiDevice::serial() const { return id_.serial != 0 ? id_.serial : info_.serial; }
+
+void GuiDevice::startSync() {
+    if (!ready_) return;
+    // The window's own folder: another device window may have selected its
+    // device in the store since.
+    std::filesystem::path const directory = deviceLogDirectory(localStore().dataDir(), serial());
+    auto const self = anchor_.handle(*this);
+    LogMirror::Callbacks callbacks;
+    callbacks.carryList = [self](std::function<void()> step) { postToWindow(self, [step](GuiDevice&) { step(); }); };
+    callbacks.progress = [self](uint64_t, uint64_t) {
+        postToWindow(self, [](GuiDevice& window) { window.showSyncStatus(); });
+    };
+    callbacks.done = [self](LogMirror::Outcome const& outcome) {
+        bool const schedulesNext = outcome.schedulesNext();
+        postToWindow(self, [schedulesNext](GuiDevice& window) { window.syncEnded(schedulesNext); });
+    };
+    logSync_.startSync(directory, info_.hardwareRevision, std::move(callbacks));
+}
+
+void GuiDevice::stopSync() { logSync_.stopSync(); }
+
+void GuiDevice::showSyncStatus() {
+    if (!ready_) return;
+    SetStatusText(syncStatusText(logSync_.syncing(), logSync_.syncBytesDone(), logSync_.syncBytesTotal()));
+}
+
+void GuiDevice::syncEnded(bool schedulesNext) {
+    showSyncStatus();
+    // A stopSync or a newer sync may have come since the end was posted.
+    if (schedulesNext && ready_ && logSync_.syncEnabled() && !logSync_.syncing())
+        logSyncTimer_.StartOnce(kSyncPeriodMs);
 }
 
 void GuiDevice::OnMonitorDataTimerEvent(wxTimerEvent&) { requestMonitorData(); }
@@ -215,6 +260,7 @@ void GuiDevice::OnRefreshTimerEvent(wxTimerEvent&) {
 }
 
 void GuiDevice::linkEnded(Zelmor::DisconnectReason reason) {
+    ready_ = false;
     monitorTimer_.Stop();
     logSyncTimer_.Stop();
     localStore().clearCurrentDevice();
@@ -230,5 +276,6 @@ void GuiDevice::OnClose(wxCloseEvent& event) {
     detachFromDevice();
     refreshTimer_.Stop();
     monitorTimer_.Stop();
+    logSyncTimer_.Stop();
     event.Skip();
 }

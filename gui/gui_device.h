@@ -11,6 +11,7 @@
 
 #include "device_commands_text.h"
 #include "live_panel_rows.h"
+#include "log_mirror.h"
 #include "modal_close_guard.h"
 #include "window_handle.h"
 #include "zelmor.h"
@@ -33,8 +34,14 @@ public:
     static constexpr int kLogSyncTimerId = 6001;
     static constexpr int kRefreshTimerId = 6002;
     static constexpr int kRefreshIntervalMs = 16;
+    /// The first data log sync waits this long after the device is ready; a
+    /// sync that had bytes to fetch and ran to its end schedules the next.
+    static constexpr int kFirstSyncDelayMs = 2000;
+    static constexpr int kSyncPeriodMs = 600000;
 
     // Menu commands.
+    static constexpr int kMenuSyncLog = 6003;
+    static constexpr int kMenuClearLocalLog = 6004;
     static constexpr int kMenuPair = 6005;
     static constexpr int kMenuWifiSetup = 6007;
     static constexpr int kMenuResetFactory = 6008;
@@ -69,6 +76,14 @@ public:
     /// The device's information record as last read.
     Zelmor::DeviceInfo const& deviceInfo() const { return info_; }
 
+    /// Brings the local copy of the device's data log up to date (see
+    /// LogMirror); while a sync is under way, lets that one go on.
+    void startSync();
+    /// Stops the sync and waits until it has.
+    void stopSync();
+    /// A sync is copying files.
+    bool syncing() const { return logSync_.syncing(); }
+
 private:
     void buildMenus();
     void buildLivePanel();
@@ -90,6 +105,8 @@ private:
     /// A request's callback that reports a failure on the GUI thread and runs
     /// `success` (if any) after a good reply.
     Zelmor::DoneCallback replyHandler(std::function<void(GuiDevice&)> success = {});
+    /// The device's serial: the identifier's, or the one it reported.
+    uint64_t serial() const;
     /// Replaces the device's callbacks by empty ones.
     void detachFromDevice();
 
@@ -102,6 +119,9 @@ private:
     void requestMonitorData();
     void monitorDataReceived(Zelmor::MonitorData const& data);
     void linkEnded(Zelmor::DisconnectReason reason);
+    /// The status line, with the sync's progress while it copies.
+    void showSyncStatus();
+    void syncEnded(bool schedulesNext);
 
     // Commands (gui_device_commands.cpp).
     void bindCommands();
@@ -120,6 +140,7 @@ private:
     void OnMenuSettingsSetTime(wxCommandEvent& event);
     void OnMenuSettingsCalibrateCurrent(wxCommandEvent& event);
     void OnMenuAbout(wxCommandEvent& event);
+    void OnMenuDeviceClearLocalLog(wxCommandEvent& event);
 
     void OnMonitorDataTimerEvent(wxTimerEvent& event);
     void OnRefreshTimerEvent(wxTimerEvent& event);
@@ -127,11 +148,15 @@ private:
 
     Zelmor::DeviceIdentifier const id_;
     std::unique_ptr<ZelmorImpl> device_;
+    LogMirror logSync_;
     Zelmor::DeviceInfo info_;
     std::optional<Zelmor::MonitorData> monitorData_;
     // Set when a reading arrived that the panel does not show yet: the refresh
     // timer redraws only then, and stops when there is nothing to draw.
     bool panelStale_ = false;
+    // From the device-ready steps until the link ends: the status line then
+    // tells the sync's progress.
+    bool ready_ = false;
     std::vector<PanelRow> shownRows_;
 
     wxPanel* livePanel_ = nullptr;

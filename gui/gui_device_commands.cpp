@@ -16,6 +16,7 @@
 #include "gui_wifi_setup.h"
 #include "hardware_revision.h"
 #include "local_store_instance.h"
+#include "log_sync_text.h"
 #include "report_response_code.h"
 #include "schedule_writer.h"
 #include "wifi_text.h"
@@ -39,6 +40,8 @@ Menu const kMenus[] = {
      {
          {GuiDevice::kMenuViewStatistics, "View Statistics", "View the device statistics"},
          {GuiDevice::kMenuViewFgStatistics, "View FuelGauge Statistics", "View the FuelGauge statistics"},
+         {GuiDevice::kMenuSyncLog, "Sync Log Now", "Synchronize the data log now"},
+         {GuiDevice::kMenuClearLocalLog, "Clear Local Data Log", "Clear the local copy of the data log feature"},
          {GuiDevice::kMenuTimers, "Timers", "Add, edit or delete timers"},
          {GuiDevice::kMenuPowerControl, "Power Control", "Control the device power relay output"},
          {GuiDevice::kMenuResetEnergyMeter, "Reset Energy Meter", "Reset the device energy meter"},
@@ -105,6 +108,13 @@ void GuiDevice::bindCommands() {
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceViewStats, this, kMenuViewStatistics);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceViewFgStats, this, kMenuViewFgStatistics);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceTimers, this, kMenuTimers);
+    Bind(
+        wxEVT_MENU,
+        [this](wxCommandEvent&) {
+            if (!logSync_.syncing()) startSync();
+        },
+        kMenuSyncLog);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceClearLocalLog, this, kMenuClearLocalLog);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsWifiSetup, this, kMenuWifiSetup);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePowerControl, this, kMenuPowerControl);
     Bind(
@@ -154,6 +164,14 @@ void GuiDevice::OnMenuDeviceViewFgStats(wxCommandEvent&) {
             window.showModal(dialog);
         });
     });
+}
+
+void GuiDevice::OnMenuDeviceClearLocalLog(wxCommandEvent&) {
+    // The copy may hold files the device has dropped since: ask first.
+    if (!confirm(kClearLocalLogQuestion)) return;
+    stopSync();
+    localStore().setCurrentDevice(serial());
+    localStore().clearLocalLog();
 }
 
 void GuiDevice::OnMenuDeviceTimers(wxCommandEvent&) {

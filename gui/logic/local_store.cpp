@@ -109,6 +109,13 @@ std::filesystem::path LocalStore::logFilePath(uint32_t fileId) const {
     return deviceLogDir_ / fmt::format("r{:08x}.log", fileId);
 }
 
+void LocalStore::clearLocalLog() {
+    logRecords_.clear();
+    if (deviceLogDir_.empty()) return;
+    std::error_code ignored;
+    std::filesystem::remove_all(deviceLogDir_, ignored);
+}
+
 void LocalStore::remoteDevicesChanged() const {
     if (remoteDevicesChanged_) remoteDevicesChanged_();
 }

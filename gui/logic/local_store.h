@@ -54,6 +54,10 @@ public:
     /// Where the copy of the selected device's log file `fileId` is kept,
     /// e.g. ".../ab/r0000001f.log".
     std::filesystem::path logFilePath(uint32_t fileId) const;
+    /// Forgets the loaded records and deletes the selected device's log folder
+    /// with everything in it; the next sync makes it again. Nothing happens on
+    /// disk while no device is selected.
+    void clearLocalLog();
 
 private:
     void remoteDevicesChanged() const;
