@@ -88,7 +88,7 @@ public:
     /// Appends a copy of `scale`; one with the name of a scale already there
     /// changes nothing.
     void addVerticalScale(VerticalScale const& scale);
-    /// A trace drawn against the scale named `scaleName`, in the next free
+    /// A trace drawn against the scale named `scaleName` (added before), in the next free
     /// colour, with a button that switches it; its cursor readout has the
     /// decimals that resolve 10^readoutExponent, at most readoutMaxDecimals.
     void addTrace(wxString const& name, wxString const& scaleName, int readoutExponent, int readoutMaxDecimals,
