@@ -15,6 +15,7 @@
 #include <fmt/core.h>
 
 #include "device_link.h"
+#include "log_directory.h"
 
 namespace {
 
@@ -107,6 +108,15 @@ void LocalStore::setCurrentDevice(uint64_t serial) {
 
 std::filesystem::path LocalStore::logFilePath(uint32_t fileId) const {
     return deviceLogDir_ / fmt::format("r{:08x}.log", fileId);
+}
+
+bool LocalStore::loadLocalLog(uint8_t hardwareRevision) {
+    logRecords_.clear();
+    // Gives back the memory of the previous log: a year of records takes most of a gigabyte.
+    logRecords_.shrink_to_fit();
+    if (deviceLogDir_.empty()) return true;
+    std::string error;
+    return loadLogDirectory(deviceLogDir_, hardwareRevision, logRecords_, error);
 }
 
 void LocalStore::remoteDevicesChanged() const {

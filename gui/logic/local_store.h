@@ -54,6 +54,12 @@ public:
     /// Where the copy of the selected device's log file `fileId` is kept,
     /// e.g. ".../ab/r0000001f.log".
     std::filesystem::path logFilePath(uint32_t fileId) const;
+    /// Replaces the log records with the selected device's local copy of its
+    /// log, in time order; none while no device is selected. The stored
+    /// record layout depends on the model, so `hardwareRevision` is the
+    /// device information's hardware revision byte. False, with no records,
+    /// when the folder or one of its log files cannot be read.
+    bool loadLocalLog(uint8_t hardwareRevision);
 
 private:
     void remoteDevicesChanged() const;
