@@ -45,8 +45,9 @@ char* appendTwoDigits(char* p, unsigned value) {
 // units. When `value` is the float nearest m / 10^decimals and half its ulp is
 // below half the last printed digit, printf prints exactly that decimal, so the
 // digits come from the integer m. `limit` is the magnitude up to which the
-// ulp is small enough: 2^13 for three decimals, 2^16 for two. Anything else
-// (NaN, -0, values between the units, large ones) returns null for printf.
+// ulp is small enough: 2^14 for three decimals (ulp 2^-10), 2^17 for two
+// (ulp 2^-7). Anything else (NaN, -0, values between the units, larger ones)
+// returns null for printf.
 char* appendExactDecimal(char* p, float value, int decimals, float limit) {
     if (!(std::fabs(value) < limit)) return nullptr;
     double const scale = decimals == 3 ? 1000 : 100;
@@ -63,12 +64,12 @@ char* appendExactDecimal(char* p, float value, int decimals, float limit) {
 }
 
 char* appendThreeDecimals(char* p, float value) {
-    if (char* end = appendExactDecimal(p, value, 3, 8192.0f)) return end;
+    if (char* end = appendExactDecimal(p, value, 3, 16384.0f)) return end;
     return p + std::snprintf(p, kRowRoom / 4, "%.3f", static_cast<double>(value));
 }
 
 char* appendTwoDecimals(char* p, float value) {
-    if (char* end = appendExactDecimal(p, value, 2, 65536.0f)) return end;
+    if (char* end = appendExactDecimal(p, value, 2, 131072.0f)) return end;
     return p + std::snprintf(p, kRowRoom / 4, "%.2f", static_cast<double>(value));
 }
 
@@ -76,7 +77,7 @@ char* appendTwoDecimals(char* p, float value) {
 // prints what printf prints.
 char* appendSecondVoltage(char* p, float value) {
     if (std::isnan(value)) return p;
-    if (char* end = appendExactDecimal(p, value, 3, 8192.0f)) return end;
+    if (char* end = appendExactDecimal(p, value, 3, 16384.0f)) return end;
     return fmt::format_to_n(p, kRowRoom / 4, "{:.3f}", value).out;
 }
 

@@ -58,7 +58,8 @@ std::string written(std::vector<LogRecord> const& records, int64_t from, int64_t
 }
 
 // Decoded records of random stored bytes, in time order, plus values no
-// decoder gives: -0, values between the units, large ones.
+// decoder gives: -0, values between the units, and ties of the last digit
+// just above the magnitudes where a float still resolves it.
 std::vector<LogRecord> randomRecords(std::mt19937& random, uint8_t revision, size_t count) {
     std::vector<uint8_t> bytes(count * logRecordSize(revision));
     for (auto& b : bytes) b = static_cast<uint8_t>(random());
@@ -68,7 +69,8 @@ std::vector<LogRecord> randomRecords(std::mt19937& random, uint8_t revision, siz
     for (auto& r : records) r.time = time += random() % 100;
     records[0].voltage1 = -0.0f;
     records[1].current = 0.0005f;
-    records[2].power = 70000.126f;
+    records[2].power = 131072.125f;
+    records[5].current = 16384.0625f;
     records[3].voltage2 = 9000.0625f;
     records[4].temperature = -0.004f;
     return records;
