@@ -23,6 +23,11 @@ bool contributes(LogRecord const& a, LogRecord const& b) {
     return b.time > a.time && b.time - a.time <= kMaxPairSeconds;
 }
 
+// std::fmin and std::fmax, NaN skipped the same way, but inlined: the library
+// calls cost a third of building the index.
+float minSkippingNaN(float a, float b) { return b < a || std::isnan(a) ? b : a; }
+float maxSkippingNaN(float a, float b) { return b > a || std::isnan(a) ? b : a; }
+
 // Column k of n over [start, end), with the numerator formed without overflow.
 uint64_t columnStart(uint64_t start, uint64_t span, size_t k, size_t n) {
     return start + static_cast<uint64_t>(static_cast<unsigned __int128>(span) * k / n);
@@ -82,8 +87,8 @@ LogChartIndex::LogChartIndex(std::vector<LogRecord> const& records, bool secondV
             blockNans_.insert(blockNans_.end(), nans, nans + traces_);
         }
         for (size_t q = 0; q < traces_; ++q) {
-            low[q] = std::fmin(low[q], current[q]);
-            high[q] = std::fmax(high[q], current[q]);
+            low[q] = minSkippingNaN(low[q], current[q]);
+            high[q] = maxSkippingNaN(high[q], current[q]);
         }
         std::copy(current, current + traces_, previous);
     }
@@ -100,8 +105,8 @@ LogChartIndex::LogChartIndex(std::vector<LogRecord> const& records, bool secondV
         for (size_t node = 0; node < nodes; ++node) {
             for (size_t q = 0; q < traces_; ++q) {
                 size_t const to = node / kFanOut * traces_ + q;
-                lows[to] = std::fmin(lows[to], lower[node * traces_ + q]);
-                highs[to] = std::fmax(highs[to], higher[node * traces_ + q]);
+                lows[to] = minSkippingNaN(lows[to], lower[node * traces_ + q]);
+                highs[to] = maxSkippingNaN(highs[to], higher[node * traces_ + q]);
             }
         }
         lows_.push_back(std::move(lows));
@@ -262,16 +267,16 @@ void LogChartIndex::extremesOf(size_t first, size_t last, float* low, float* hig
         for (size_t i = from; i < to; ++i) {
             values(records_[i], v);
             for (size_t q = 0; q < traces_; ++q) {
-                low[q] = std::fmin(low[q], v[q]);
-                high[q] = std::fmax(high[q], v[q]);
+                low[q] = minSkippingNaN(low[q], v[q]);
+                high[q] = maxSkippingNaN(high[q], v[q]);
             }
         }
     };
     auto scanNodes = [&](size_t level, size_t from, size_t to) {
         for (size_t node = from; node < to; ++node) {
             for (size_t q = 0; q < traces_; ++q) {
-                low[q] = std::fmin(low[q], lows_[level][node * traces_ + q]);
-                high[q] = std::fmax(high[q], highs_[level][node * traces_ + q]);
+                low[q] = minSkippingNaN(low[q], lows_[level][node * traces_ + q]);
+                high[q] = maxSkippingNaN(high[q], highs_[level][node * traces_ + q]);
             }
         }
     };
