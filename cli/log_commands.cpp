@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iostream>
 #include <limits>
 #include <memory>
 #include <utility>
@@ -16,6 +14,7 @@
 #include "command_error.h"
 #include "device_session.h"
 #include "log_csv.h"
+#include "log_directory.h"
 #include "log_mirror.h"
 #include "log_record.h"
 #include "progress_bar.h"
@@ -78,10 +77,10 @@ void sync(CommandContext& context, LogOptions const& options) {
 void writeCsvFile(std::string const& path, std::vector<LogRecord> const& records, int64_t from, int64_t to) {
     std::string const temporary = path + ".part";
     {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        bool const written = out && writeLogCsv(out, records, from, to);
-        out.close();
-        if (!written || !out) {
+        std::FILE* out = std::fopen(temporary.c_str(), "wb");
+        bool const written = out && writeLogCsv(out, records, from, to) == LogCsvResult::written;
+        bool const closed = out && std::fclose(out) == 0;
+        if (!written || !closed) {
             ::unlink(temporary.c_str());
             throw CommandError(fmt::format("{}: cannot be written", temporary), kExitFailure);
         }
@@ -103,8 +102,7 @@ void exportCsv(CommandContext const&, LogOptions const& options) {
         writeCsvFile(options.output, records, from, to);
         return;
     }
-    std::ios::sync_with_stdio(false);
-    if (!writeLogCsv(std::cout, records, from, to))
+    if (writeLogCsv(stdout, records, from, to) != LogCsvResult::written)
         throw CommandError("Standard output cannot be written", kExitFailure);
 }
 

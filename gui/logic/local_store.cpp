@@ -15,6 +15,7 @@
 #include <fmt/core.h>
 
 #include "device_link.h"
+#include "log_directory.h"
 
 namespace {
 
@@ -114,6 +115,15 @@ void LocalStore::clearLocalLog() {
     if (deviceLogDir_.empty()) return;
     std::error_code ignored;
     std::filesystem::remove_all(deviceLogDir_, ignored);
+}
+
+bool LocalStore::loadLocalLog(uint8_t hardwareRevision) {
+    logRecords_.clear();
+    // Gives back the memory of the previous log: a year of records takes most of a gigabyte.
+    logRecords_.shrink_to_fit();
+    if (deviceLogDir_.empty()) return true;
+    std::string error;
+    return loadLogDirectory(deviceLogDir_, hardwareRevision, logRecords_, error);
 }
 
 void LocalStore::remoteDevicesChanged() const {

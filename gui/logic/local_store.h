@@ -58,6 +58,12 @@ public:
     /// with everything in it; the next sync makes it again. Nothing happens on
     /// disk while no device is selected.
     void clearLocalLog();
+    /// Replaces the log records with the selected device's local copy of its
+    /// log, in time order; none while no device is selected. The stored
+    /// record layout depends on the model, so `hardwareRevision` is the
+    /// device information's hardware revision byte. False, with no records,
+    /// when the folder or one of its log files cannot be read.
+    bool loadLocalLog(uint8_t hardwareRevision);
 
 private:
     void remoteDevicesChanged() const;

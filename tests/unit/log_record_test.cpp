@@ -6,16 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <limits>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "log_csv.h"
+#include "log_directory.h"
 #include "test_bytes.h"
 
 namespace {
@@ -62,9 +63,14 @@ LogRecord record(uint32_t time, float voltage2 = 12.7f, uint8_t soc = 87, uint8_
 
 std::string csv(std::vector<LogRecord> const& records, int64_t from = 0,
                 int64_t to = std::numeric_limits<int64_t>::max()) {
-    std::ostringstream out;
-    EXPECT_TRUE(writeLogCsv(out, records, from, to));
-    return out.str();
+    char* text = nullptr;
+    size_t length = 0;
+    std::FILE* out = open_memstream(&text, &length);
+    EXPECT_EQ(writeLogCsv(out, records, from, to), LogCsvResult::written);
+    std::fclose(out);
+    std::string result(text, length);
+    std::free(text);
+    return result;
 }
 
 }  // namespace
@@ -137,7 +143,7 @@ TEST(LogRecord, DecodedRecordsEncodeToTheBytesTheyCameFrom) {
 
 // A range runs from the first record not before its start up to and including
 // the first at or after its end; both ends fall on a record here.
-TEST_F(LogCsv, WritesHeaderAndOneRowPerRecordOfTheRangeInTheLocalZone) {
+TEST_F(LogCsv, WritesHeaderAndOneRowPerRecordOfTheRangeOnTheDeviceClock) {
     std::vector<LogRecord> const records = {record(k2025 + 3723), record(k2025 + 3783, NAN, 255, 2),
                                             record(k2025 + 3843, 0, 101, 9), record(k2025 + 3903, 0, 100, 0)};
     std::string const header = kLogCsvHeader;
@@ -151,8 +157,9 @@ TEST_F(LogCsv, WritesHeaderAndOneRowPerRecordOfTheRangeInTheLocalZone) {
     EXPECT_EQ(csv(records), header + rows[0] + rows[1] + rows[2] + rows[3]);
     EXPECT_EQ(csv(records, k2025 + 3783, k2025 + 3843), header + rows[1] + rows[2]);
 
+    // The stamps are the device's wall clock: the process's zone does not shift them.
     setZone("UTC-2");
-    EXPECT_EQ(csv({record(k2025 - 1)}).substr(header.size(), 20), "01/01/2025 01:59:59,");
+    EXPECT_EQ(csv({record(k2025 - 1)}).substr(header.size(), 20), "31/12/2024 23:59:59,");
 }
 
 TEST_F(LogCsv, LoaderReadsOnlyLogFileNamesInTimeOrder) {

@@ -1,0 +1,325 @@
+// The log chart's data path on a year of one-second records of a two-voltage
+// model, written as daily files the way the local store keeps them: loading
+// and indexing beside reading and decoding alone, the chart's columns beside a
+// plain walk over the records, the memory of records and index beside the
+// bytes on disk, and the CSV export beside a straightforward snprintf writer.
+//
+//   chart_bench [--quick | --records N]   (default: a year, 31,536,000 records)
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <numbers>
+#include <string>
+#include <vector>
+
+#include "local_store.h"
+#include "log_chart_index.h"
+#include "log_csv.h"
+#include "log_record.h"
+#include "power_status.h"
+
+namespace {
+
+constexpr uint8_t kRevision = 0x41;
+constexpr uint64_t kSerial = 0xC4A27;
+constexpr size_t kSecondsPerDay = 86400;
+constexpr uint32_t kFirstTime = 1700000000;
+constexpr uint64_t kMicros = 1000000;
+constexpr size_t kColumns = 1920;
+constexpr size_t kCsvRowsMax = 30 * kSecondsPerDay;
+constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+using Columns = std::vector<std::vector<float>>;
+
+double secondsOf(std::function<void()> const& work, int repeats) {
+    double best = 1e30;
+    for (int i = 0; i < repeats; ++i) {
+        auto const start = std::chrono::steady_clock::now();
+        work();
+        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    }
+    return best;
+}
+
+size_t residentBytes() {
+    long pages = 0, resident = 0;
+    std::FILE* statm = std::fopen("/proc/self/statm", "r");
+    if (!statm || std::fscanf(statm, "%ld %ld", &pages, &resident) != 2) resident = 0;
+    if (statm) std::fclose(statm);
+    return static_cast<size_t>(resident) * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// A battery cycling once a day with noise; the logger pauses now and then for
+// two minutes (a hole in the chart) and, every ten days, for an hour.
+size_t writeDailyFiles(std::filesystem::path const& dir, size_t count) {
+    uint32_t noise = 12345;
+    uint32_t time = kFirstTime;
+    size_t bytes = 0;
+    std::vector<uint8_t> day;
+    for (size_t i = 0, file = 1; i < count; ++file) {
+        day.clear();
+        for (size_t n = 0; n < kSecondsPerDay && i < count; ++n, ++i) {
+            noise = noise * 1664525u + 1013904223u;
+            double const phase = static_cast<double>(i % kSecondsPerDay) / kSecondsPerDay * 2 * std::numbers::pi;
+            double const jitter = static_cast<double>(noise >> 8) / (1u << 24) - 0.5;
+            LogRecord r;
+            r.time = time;
+            r.current = static_cast<float>(40 * std::sin(phase) + jitter);
+            r.voltage1 = static_cast<float>(12.8 + 0.6 * std::sin(phase) + 0.01 * jitter);
+            r.voltage2 = static_cast<float>(12.6 + 0.01 * jitter);
+            r.power = r.voltage1 * r.current;
+            r.temperature = static_cast<float>(20 + 5 * std::cos(phase));
+            r.stateOfCharge = static_cast<uint8_t>(60 + 30 * std::sin(phase));
+            r.powerStatus = 1;
+            encodeLogRecord(kRevision, r, day);
+            time += i % 50000 == 49999 ? 120 : i % 864000 == 863999 ? 3600 : 1;
+        }
+        std::FILE* out = std::fopen((dir / fmt::format("r{:08x}.log", file)).c_str(), "wb");
+        if (!out || std::fwrite(day.data(), 1, day.size(), out) != day.size() || std::fclose(out) != 0) {
+            std::fprintf(stderr, "cannot write the log files under %s\n", dir.c_str());
+            std::exit(1);
+        }
+        bytes += day.size();
+    }
+    return bytes;
+}
+
+// Reading and decoding alone: every file in name order, one read each into a
+// reused buffer, decoded into a vector that grows as it must.
+std::vector<LogRecord> readAndDecode(std::filesystem::path const& dir) {
+    std::vector<std::filesystem::path> files;
+    for (auto const& entry : std::filesystem::directory_iterator(dir)) files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    std::vector<LogRecord> records;
+    std::vector<uint8_t> buffer;
+    for (auto const& path : files) {
+        int const fd = ::open(path.c_str(), O_RDONLY);
+        buffer.resize(std::filesystem::file_size(path));
+        ssize_t const n = ::read(fd, buffer.data(), buffer.size());
+        ::close(fd);
+        decodeLogRecords(kRevision, buffer.data(), n > 0 ? static_cast<size_t>(n) : 0, records);
+    }
+    return records;
+}
+
+std::vector<double> quantities(LogRecord const& r) {
+    return {r.voltage1, r.voltage2, r.current, r.power, r.temperature, static_cast<double>(r.stateOfCharge)};
+}
+
+// The chart's columns as they are defined: per column a binary search for the
+// last record before it, then the pairs walked and integrated over their overlap.
+void walkAverages(std::vector<LogRecord> const& records, uint64_t start, uint64_t end, size_t n, Columns& out) {
+    out.assign(6, std::vector<float>(n, kNaN));
+    for (size_t k = 0; k < n; ++k) {
+        uint64_t const from = start + (end - start) * k / n, to = start + (end - start) * (k + 1) / n;
+        auto const after = std::partition_point(records.begin(), records.end(),
+                                                [from](LogRecord const& r) { return r.time * kMicros < from; });
+        size_t i = after == records.begin() ? 0 : static_cast<size_t>(after - records.begin()) - 1;
+        double integral[6] = {};
+        double covered = 0;
+        for (; i + 1 < records.size() && records[i].time * kMicros < to; ++i) {
+            double const ta = records[i].time * 1e6, tb = records[i + 1].time * 1e6;
+            if (tb - ta < 1 || tb - ta > 60e6) continue;
+            double const lo = std::max(ta, static_cast<double>(from)), hi = std::min(tb, static_cast<double>(to));
+            if (hi <= lo) continue;
+            auto const a = quantities(records[i]), b = quantities(records[i + 1]);
+            for (size_t q = 0; q < 6; ++q) {
+                double const vlo = a[q] + (b[q] - a[q]) * (lo - ta) / (tb - ta);
+                double const vhi = a[q] + (b[q] - a[q]) * (hi - ta) / (tb - ta);
+                integral[q] += (hi - lo) * (vlo + vhi) / 2;
+            }
+            covered += hi - lo;
+        }
+        if (covered > 0)
+            for (size_t q = 0; q < 6; ++q) out[q][k] = static_cast<float>(integral[q] / covered);
+    }
+}
+
+void walkExtremes(std::vector<LogRecord> const& records, uint64_t start, uint64_t end, size_t n, Columns& lows,
+                  Columns& highs) {
+    lows.assign(6, std::vector<float>(n, kNaN));
+    highs = lows;
+    auto r = std::partition_point(records.begin(), records.end(),
+                                  [start](LogRecord const& x) { return x.time * kMicros < start; });
+    for (size_t k = 0; k < n; ++k) {
+        uint64_t const to = start + (end - start) * (k + 1) / n;
+        for (; r != records.end() && r->time * kMicros < to; ++r) {
+            auto const v = quantities(*r);
+            for (size_t q = 0; q < 6; ++q) {
+                lows[q][k] = std::fmin(lows[q][k], static_cast<float>(v[q]));
+                highs[q][k] = std::fmax(highs[q][k], static_cast<float>(v[q]));
+            }
+        }
+    }
+}
+
+double largestDifference(Columns const& a, Columns const& b) {
+    double worst = 0;
+    for (size_t q = 0; q < a.size(); ++q)
+        for (size_t k = 0; k < a[q].size(); ++k) {
+            if (std::isnan(a[q][k]) != std::isnan(b[q][k])) return INFINITY;
+            if (!std::isnan(a[q][k]))
+                worst = std::max<double>(worst, std::fabs(a[q][k] - b[q][k]) / std::max(1.0f, std::fabs(b[q][k])));
+        }
+    return worst;
+}
+
+// One row at a time through snprintf, the formats of the export as they are written.
+void snprintfCsv(std::FILE* out, std::vector<LogRecord> const& records, size_t rows) {
+    char line[512];
+    std::fprintf(out,
+                 "Time (dd/mm/yyyy hh:mm:ss), Voltage 1 (V), Voltage 2 (V), Current (A), Power (W), Temperature "
+                 "(°C), SOC (%%), Power Status\n");
+    for (size_t i = 0; i < rows; ++i) {
+        LogRecord const& r = records[i];
+        std::time_t const stamp = r.time;
+        std::tm fields{};
+        gmtime_r(&stamp, &fields);
+        std::string const time = fmt::format("{:%d/%m/%Y %H:%M:%S}", fields);
+        std::string const voltage2 = std::isnan(r.voltage2) ? "" : fmt::format("{:.3f}", r.voltage2);
+        std::string const soc = r.stateOfCharge == 255  ? ""
+                                : r.stateOfCharge > 100 ? "unknown"
+                                                        : std::to_string(r.stateOfCharge);
+        std::snprintf(line, sizeof line, "%s,%.3f,%s,%.3f,%.2f,%.2f,%s,%s\n", time.c_str(), double{r.voltage1},
+                      voltage2.c_str(), double{r.current}, double{r.power}, double{r.temperature}, soc.c_str(),
+                      powerStatusText(r.powerStatus));
+        std::fputs(line, out);
+    }
+}
+
+std::string captured(std::function<void(std::FILE*)> const& write) {
+    char* text = nullptr;
+    size_t length = 0;
+    std::FILE* out = open_memstream(&text, &length);
+    write(out);
+    std::fclose(out);
+    std::string result(text, length);
+    std::free(text);
+    return result;
+}
+
+void printRatio(char const* what, double seconds, char const* baseline, double baselineSeconds, char const* aim) {
+    std::printf("%-44s %10.4f s   %-30s %10.4f s   ratio %8.2f   aim %s\n", what, seconds, baseline, baselineSeconds,
+                baselineSeconds / seconds, aim);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    size_t count = 365 * kSecondsPerDay;
+    if (argc > 1 && std::strcmp(argv[1], "--quick") == 0) count = kSecondsPerDay;
+    if (argc > 2 && std::strcmp(argv[1], "--records") == 0) count = std::strtoull(argv[2], nullptr, 10);
+    if (count < 2) {
+        std::fprintf(stderr, "usage: chart_bench [--quick | --records N], N >= 2\n");
+        return 2;
+    }
+    int const repeats = count > 10 * kSecondsPerDay ? 2 : 5;
+    char pattern[] = "/tmp/zelmor-chart-bench-XXXXXX";
+    if (!mkdtemp(pattern)) {
+        std::perror("mkdtemp");
+        return 1;
+    }
+    std::filesystem::path const root = pattern;
+    LocalStore store(root);
+    store.setCurrentDevice(kSerial);
+    size_t const diskBytes = writeDailyFiles(store.deviceLogDir(), count);
+    std::printf("%zu records of %zu bytes in %zu daily files, %.1f MB on disk\n\n", count, logRecordSize(kRevision),
+                (count + kSecondsPerDay - 1) / kSecondsPerDay, static_cast<double>(diskBytes) / 1e6);
+
+    // Measured first, while the heap holds nothing freed that the records could reuse.
+    size_t const residentBefore = residentBytes();
+    store.loadLocalLog(kRevision);
+    auto measured = std::make_unique<LogChartIndex>(store.logRecords(), true);
+    size_t const residentGrowth = residentBytes() - residentBefore;
+    size_t const computed = store.logRecords().capacity() * sizeof(LogRecord) + measured->memoryBytes();
+    size_t const indexBytes = measured->memoryBytes();
+    measured.reset();
+    store.logRecords() = {};
+
+    size_t checksum = 0;
+    double const decodeSeconds = secondsOf([&] { checksum += readAndDecode(store.deviceLogDir()).size(); }, repeats);
+    double const loadSeconds = secondsOf(
+        [&] {
+            store.loadLocalLog(kRevision);
+            LogChartIndex const index(store.logRecords(), true);
+            checksum += index.memoryBytes();
+        },
+        repeats);
+    store.loadLocalLog(kRevision);
+    std::vector<LogRecord> const& records = store.logRecords();
+    LogChartIndex const index(records, true);
+    if (records.size() != count) {
+        std::fprintf(stderr, "loaded %zu records of %zu\n", records.size(), count);
+        return 1;
+    }
+    printRatio("loadLocalLog + LogChartIndex", loadSeconds, "read + decode alone", decodeSeconds,
+               "<= 1.5x the baseline (ratio >= 0.67)");
+    std::printf("%-44s %10.1f MB   %.3fx the bytes on disk   aim <= 1.7x\n", "resident growth, records + index",
+                static_cast<double>(residentGrowth) / 1e6,
+                static_cast<double>(residentGrowth) / static_cast<double>(diskBytes));
+    std::printf("%-44s %10.1f MB   %.3fx the bytes on disk (index %.1f MB, %.2f bytes per record)\n",
+                "computed, records + index", static_cast<double>(computed) / 1e6,
+                static_cast<double>(computed) / static_cast<double>(diskBytes), static_cast<double>(indexBytes) / 1e6,
+                static_cast<double>(indexBytes) / static_cast<double>(count));
+
+    uint64_t const first = records.front().time * kMicros, last = records.back().time * kMicros;
+    uint64_t const hour = first + (last - first) / 2;
+    struct Span {
+        char const* name;
+        uint64_t start, end;
+        int repeats;
+        char const* aim;
+    };
+    for (Span const& span : {Span{"full span", first, last, repeats, ">= 70x faster"},
+                             Span{"one hour", hour, hour + 3600 * kMicros, 200, "no slower than 2x (ratio >= 0.5)"}}) {
+        Columns fast, walked, lows, highs, lowsWalked, highsWalked;
+        double const indexSeconds =
+            secondsOf([&] { index.averages(span.start, span.end, kColumns, fast); }, span.repeats);
+        double const walkSeconds =
+            secondsOf([&] { walkAverages(records, span.start, span.end, kColumns, walked); }, span.repeats);
+        double const extremesSeconds =
+            secondsOf([&] { index.extremes(span.start, span.end, kColumns, lows, highs); }, span.repeats);
+        double const minMaxSeconds = secondsOf(
+            [&] { walkExtremes(records, span.start, span.end, kColumns, lowsWalked, highsWalked); }, span.repeats);
+        std::string const name = fmt::format("averages, {} columns, {}", kColumns, span.name);
+        printRatio(name.c_str(), indexSeconds, "walk over the records", walkSeconds, span.aim);
+        std::string const extremesName = fmt::format("extremes, {} columns, {}", kColumns, span.name);
+        printRatio(extremesName.c_str(), extremesSeconds, "min/max walk", minMaxSeconds, "(none)");
+        std::printf("    largest relative difference to the walk: averages %.2g, extremes %.2g\n",
+                    largestDifference(fast, walked),
+                    std::max(largestDifference(lows, lowsWalked), largestDifference(highs, highsWalked)));
+    }
+
+    size_t const rows = std::min(count, kCsvRowsMax);
+    auto const from = static_cast<int64_t>(records.front().time), to = static_cast<int64_t>(records[rows - 1].time);
+    std::FILE* sink = std::fopen("/dev/null", "wb");
+    double const csvSeconds = secondsOf([&] { writeLogCsv(sink, records, from, to); }, repeats);
+    double const snprintfSeconds = secondsOf([&] { snprintfCsv(sink, records, rows); }, repeats);
+    std::fclose(sink);
+    std::string const name = fmt::format("writeLogCsv, {} rows", rows);
+    printRatio(name.c_str(), csvSeconds, "snprintf writer", snprintfSeconds, ">= 2.8x faster");
+    size_t const compared = std::min<size_t>(rows, kSecondsPerDay);
+    bool const same = captured([&](std::FILE* out) {
+                          writeLogCsv(out, records, from, static_cast<int64_t>(records[compared - 1].time));
+                      }) == captured([&](std::FILE* out) { snprintfCsv(out, records, compared); });
+    std::printf("    the first %zu rows byte for byte as the snprintf writer's: %s\n", compared, same ? "yes" : "NO");
+
+    std::filesystem::remove_all(root);
+    std::printf("\nchecksum %zu\n", checksum);
+    return same ? 0 : 1;
+}
