@@ -57,6 +57,7 @@ public:
     static constexpr int kMenuViewStatistics = 6018;
     static constexpr int kMenuViewFgStatistics = 6019;
     static constexpr int kMenuPowerControl = 6021;
+    static constexpr int kMenuDataLog = 6022;
     static constexpr int kMenuTimers = 6023;
     static constexpr int kMenuDisconnect = 6024;
     static constexpr int kMenuForceFgSync = 6025;
@@ -140,6 +141,7 @@ private:
     void OnMenuSettingsSetTime(wxCommandEvent& event);
     void OnMenuSettingsCalibrateCurrent(wxCommandEvent& event);
     void OnMenuAbout(wxCommandEvent& event);
+    void OnMenuDeviceDataLog(wxCommandEvent& event);
     void OnMenuDeviceClearLocalLog(wxCommandEvent& event);
 
     void OnMonitorDataTimerEvent(wxTimerEvent& event);

@@ -1,12 +1,14 @@
 // The device window's menus and the commands they give the device.
 #include <wx/menu.h>
 #include <wx/msgdlg.h>
+#include <wx/utils.h>
 
 #include <ctime>
 
 #include "auth_key.h"
 #include "device_link.h"
 #include "gui_calibrate_dialog.h"
+#include "gui_chart.h"
 #include "gui_device.h"
 #include "gui_enter_string.h"
 #include "gui_fg_stats.h"
@@ -40,6 +42,7 @@ Menu const kMenus[] = {
      {
          {GuiDevice::kMenuViewStatistics, "View Statistics", "View the device statistics"},
          {GuiDevice::kMenuViewFgStatistics, "View FuelGauge Statistics", "View the FuelGauge statistics"},
+         {GuiDevice::kMenuDataLog, "Data Log", "Access the data logging feature"},
          {GuiDevice::kMenuSyncLog, "Sync Log Now", "Synchronize the data log now"},
          {GuiDevice::kMenuClearLocalLog, "Clear Local Data Log", "Clear the local copy of the data log feature"},
          {GuiDevice::kMenuTimers, "Timers", "Add, edit or delete timers"},
@@ -114,6 +117,7 @@ void GuiDevice::bindCommands() {
             if (!logSync_.syncing()) startSync();
         },
         kMenuSyncLog);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceDataLog, this, kMenuDataLog);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDeviceClearLocalLog, this, kMenuClearLocalLog);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsWifiSetup, this, kMenuWifiSetup);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuDevicePowerControl, this, kMenuPowerControl);
@@ -164,6 +168,14 @@ void GuiDevice::OnMenuDeviceViewFgStats(wxCommandEvent&) {
             window.showModal(dialog);
         });
     });
+}
+
+void GuiDevice::OnMenuDeviceDataLog(wxCommandEvent&) {
+    // A year of log takes a second or two to read.
+    wxBusyCursor busy;
+    localStore().setCurrentDevice(serial());
+    localStore().loadLocalLog(info_.hardwareRevision);
+    (new GuiChart(this, "Zelmor Data Log", info_.hardwareRevision))->Show();
 }
 
 void GuiDevice::OnMenuDeviceClearLocalLog(wxCommandEvent&) {

@@ -105,6 +105,12 @@ public:
     /// The data's first and last time (µs); shows the newest data.
     void setDataRange(uint64_t minimum, uint64_t maximum);
 
+    /// The time window on show: its left edge, the time per division and the
+    /// time across all divisions, in microseconds.
+    uint64_t startTime() const { return start_; }
+    uint64_t timePerDivision() const { return timePerDivision_; }
+    uint64_t span() const { return span_; }
+
     void setExportCallback(ExportCallback callback) { exportCallback_ = std::move(callback); }
     void setListener(Listener* listener) { listener_ = listener; }
 

@@ -24,6 +24,9 @@ public:
 
     std::vector<Zelmor::DeviceIdentifier> const& remoteDevices() const { return remoteDevices_; }
     std::vector<LogRecord>& logRecords() { return logRecords_; }
+    /// Hands the loaded records over, e.g. to the chart that shows them, and
+    /// keeps none.
+    std::vector<LogRecord> takeLogRecords() { return std::exchange(logRecords_, {}); }
     std::filesystem::path const& dataDir() const { return dataDir_; }
     /// The selected device's log folder; empty while none is selected.
     std::filesystem::path const& deviceLogDir() const { return deviceLogDir_; }

@@ -1,8 +1,11 @@
 // Runs the GUI tests in a wxWidgets application on the display in DISPLAY
 // (Xvfb in CI); listing them needs none, so that CTest discovers them anywhere.
-// HOME is a fresh directory for the run: the windows keep their data under it.
+// HOME is a fresh directory for the run (or ZELMOR_GUI_TEST_HOME when set):
+// the windows keep their data under it.
 #include <gtest/gtest.h>
 #include <stdlib.h>
+
+#include <cstdlib>
 
 #include <wx/app.h>
 #include <wx/debug.h>
@@ -14,6 +17,7 @@
 #include <wx/modalhook.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 
 namespace {
@@ -39,12 +43,15 @@ void failOnAssert(wxString const& file, int line, wxString const& function, wxSt
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     if (GTEST_FLAG_GET(list_tests)) return RUN_ALL_TESTS();
+    // A test that runs this program as its child may give it a home that
+    // outlives the child.
+    char const* sharedHome = std::getenv("ZELMOR_GUI_TEST_HOME");
     char home[] = "/tmp/zelmor-gui-home-XXXXXX";
-    if (!::mkdtemp(home)) {
+    if (sharedHome == nullptr && !::mkdtemp(home)) {
         std::perror("mkdtemp");
         return 1;
     }
-    ::setenv("HOME", home, 1);
+    ::setenv("HOME", sharedHome != nullptr ? sharedHome : home, 1);
     // Without the accessibility bridge GTK starts no accessibility bus, which
     // would outlive the test and be looked for under the next test's HOME.
     ::setenv("NO_AT_BRIDGE", "1", 1);
@@ -64,6 +71,6 @@ int main(int argc, char** argv) {
     unexpectedDialogs.Unregister();
     wxTheApp->OnExit();
     wxEntryCleanup();
-    std::filesystem::remove_all(home);
+    if (sharedHome == nullptr) std::filesystem::remove_all(home);
     return result;
 }

@@ -16,8 +16,7 @@
 #include <string>
 #include <tuple>
 
-#include "gui_user.h"
-#include "scope_display.h"
+#include "scope_controls.h"
 
 namespace {
 
@@ -89,50 +88,10 @@ struct ScopeUser {
         return bottom() - static_cast<int>(std::trunc((value - base) / (verticalDivisions() * resolution) * height));
     }
 
-    wxWindow& button(wxString const& label) {
-        for (wxWindow* child : display.buttonPanel()->GetChildren())
-            if (child->GetLabel() == label) return *child;
-        ADD_FAILURE() << "no button " << label;
-        return *display.buttonPanel();
-    }
-    void click(wxString const& label) {
-        wxWindow& pressed = button(label);
-        auto* const toggle = dynamic_cast<wxToggleButton*>(&pressed);
-        if (toggle) toggle->SetValue(!toggle->GetValue());
-        wxCommandEvent event(toggle ? wxEVT_TOGGLEBUTTON : wxEVT_BUTTON, pressed.GetId());
-        event.SetEventObject(&pressed);
-        event.SetInt(toggle && toggle->GetValue());
-        pressed.HandleWindowEvent(event);
-    }
-    void wheel(int x, int rotation, bool control) {
-        wxMouseEvent event(wxEVT_MOUSEWHEEL);
-        event.SetEventObject(&display);
-        event.m_x = x;
-        event.m_y = 100;
-        event.m_wheelRotation = rotation;
-        event.m_wheelDelta = 120;
-        event.SetControlDown(control);
-        display.HandleWindowEvent(event);
-    }
+    wxWindow& button(wxString const& label) { return scopeButton(display, label); }
+    void click(wxString const& label) { clickScopeButton(display, label); }
+    void wheel(int x, int rotation, bool control) { turnWheel(display, x, rotation, control); }
     wxImage image() { return display.saveImage().ConvertToImage(); }
-};
-
-/// A user who types `path` into a save dialog and saves. GTK's file chooser
-/// takes in a typed folder only from its event loop, so they wait until it
-/// reads the path back.
-class ExpectSavePath : public wxExpectModalBase<wxFileDialog, ExpectSavePath> {
-public:
-    explicit ExpectSavePath(wxString path) : path_(std::move(path)) {}
-
-protected:
-    int OnInvoked(wxFileDialog* dialog) const override {
-        dialog->SetPath(path_);
-        EXPECT_TRUE(waitFor([&] { return dialog->GetPath() == path_; }, 5000));
-        return wxID_OK;
-    }
-
-private:
-    wxString path_;
 };
 
 wxColour pixel(wxImage const& image, int x, int y) {
