@@ -90,6 +90,7 @@ private:
     std::deque<Chunk> queue_;
     size_t queuedBytes_ = 0;
     bool endQueued_ = false;
+    bool writing_ = false;  // the writing thread is sending a chunk it took
     bool stopping_ = false;
     bool readerDone_ = false;
     bool writerDone_ = false;
