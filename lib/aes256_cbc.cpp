@@ -30,6 +30,7 @@ void Aes256Cbc::init(Key const& key) {
         throw std::runtime_error("AES-256-CBC initialisation failed");
     EVP_CIPHER_CTX_set_padding(ctx_->encrypt, 0);
     EVP_CIPHER_CTX_set_padding(ctx_->decrypt, 0);
+    inStep_ = InStep::Neither;
 }
 
 void Aes256Cbc::setIv(uint8_t const* iv) {
@@ -37,6 +38,7 @@ void Aes256Cbc::setIv(uint8_t const* iv) {
         std::memcpy(iv_.data(), iv, iv_.size());
     else
         iv_.fill(0);
+    inStep_ = InStep::Neither;
 }
 
 void Aes256Cbc::encrypt(uint8_t* data, size_t length) { run(data, length, true); }
@@ -51,11 +53,19 @@ void Aes256Cbc::run(uint8_t* data, size_t length, bool encrypting) {
     // Decrypting in place overwrites the last ciphertext block: keep it first.
     if (!encrypting) std::memcpy(nextIv.data(), data + length - 16, 16);
     EVP_CIPHER_CTX* c = encrypting ? ctx_->encrypt : ctx_->decrypt;
-    int outLength = 0;
-    if (EVP_CipherInit_ex(c, nullptr, nullptr, nullptr, iv_.data(), encrypting ? 1 : 0) != 1 ||
-        EVP_CipherUpdate(c, data, &outLength, data, static_cast<int>(length)) != 1 ||
-        outLength != static_cast<int>(length))
+    InStep const direction = encrypting ? InStep::Encrypt : InStep::Decrypt;
+    // A context carries its CBC chain on from one update to the next, so it is
+    // given the IV only when the chain was set anew or the other direction ran
+    // last: setting it costs more than encrypting a short frame.
+    if (inStep_ != direction && EVP_CipherInit_ex(c, nullptr, nullptr, nullptr, iv_.data(), encrypting ? 1 : 0) != 1)
         throw std::runtime_error("AES-256-CBC operation failed");
+    int outLength = 0;
+    if (EVP_CipherUpdate(c, data, &outLength, data, static_cast<int>(length)) != 1 ||
+        outLength != static_cast<int>(length)) {
+        inStep_ = InStep::Neither;
+        throw std::runtime_error("AES-256-CBC operation failed");
+    }
     if (encrypting) std::memcpy(nextIv.data(), data + length - 16, 16);
     iv_ = nextIv;
+    inStep_ = direction;
 }

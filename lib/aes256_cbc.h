@@ -37,4 +37,7 @@ private:
     std::unique_ptr<Context> ctx_;
     Key key_{};
     Iv iv_{};
+    // Which of the two contexts holds iv_ as its own chaining value.
+    enum class InStep : uint8_t { Neither, Encrypt, Decrypt };
+    InStep inStep_ = InStep::Neither;
 };

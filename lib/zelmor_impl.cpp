@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <optional>
+#include <vector>
 
 #include "zelmor_gatt.h"
 
@@ -241,7 +242,7 @@ void ZelmorImpl::runLink(int fd, WifiAccessKey const& accessKey) {
     if (hub_.load()) startLinkEncryption(accessKey);
     notifyConnected();
 
-    uint8_t buffer[kReadBufferSize];
+    std::vector<uint8_t> buffer(kReadBufferSize);
     while (running_.load()) {
         epoll_event ready{};
         int const n = ::epoll_wait(epoll.get(), &ready, 1, kEpollWaitMs);
@@ -250,16 +251,27 @@ void ZelmorImpl::runLink(int fd, WifiAccessKey const& accessKey) {
             break;
         }
         if (n == 0) continue;
-        ssize_t const got = ::read(fd, buffer, sizeof buffer);
-        if (got > 0) {
-            receiveBytes(buffer, static_cast<size_t>(got));
-        } else if (got < 0 && (errno == EAGAIN || errno == EINTR)) {
-            continue;
-        } else {
-            break;  // the peer closed the link, or it failed
-        }
+        if (!readAvailable(fd, buffer)) break;
     }
     running_.store(false);
+}
+
+bool ZelmorImpl::readAvailable(int fd, std::vector<uint8_t>& buffer) {
+    // A read that fills the buffer leaves more behind: it is read on at once,
+    // without a wait that would only report what is already known.
+    for (;;) {
+        ssize_t const got = ::read(fd, buffer.data(), buffer.size());
+        if (got > 0) {
+            receiveBytes(buffer.data(), static_cast<size_t>(got));
+            if (static_cast<size_t>(got) < buffer.size() || !running_.load()) return true;
+        } else if (got < 0 && errno == EINTR) {
+            continue;
+        } else {
+            // EAGAIN: a wake-up with nothing to read; otherwise the peer closed
+            // the link, or it failed.
+            return got < 0 && errno == EAGAIN;
+        }
+    }
 }
 
 void ZelmorImpl::sendBle(uint8_t const* data, unsigned long length) {

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "bluetooth_le.h"
 #include "hub_host.h"
@@ -25,7 +26,8 @@
 class ZelmorImpl : public ZelmorRequest {
 public:
     static constexpr unsigned short kDevicePort = 7208;
-    static constexpr size_t kReadBufferSize = 4096;
+    /// Large enough for a whole log block in a few reads.
+    static constexpr size_t kReadBufferSize = 65536;
     static constexpr int kEpollWaitMs = 50;
     /// Asked for before discovery so that most frames fit in one write.
     static constexpr unsigned kBluetoothMtu = 247;
@@ -68,6 +70,9 @@ private:
     void tcpThread(unsigned int ip, unsigned short port, WifiAccessKey accessKey);
     /// Steps 3 to 7 of a link on a connected socket: returns when it ends.
     void runLink(int fd, WifiAccessKey const& accessKey);
+    /// Reads what the socket holds and hands it to the engine; false when the
+    /// link has ended.
+    bool readAvailable(int fd, std::vector<uint8_t>& buffer);
     /// Moves the reason on only if nobody has ended the link on purpose meanwhile.
     void advanceReason(DisconnectReason from, DisconnectReason to);
     /// Joins the TCP thread unless it is the calling one.

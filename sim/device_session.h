@@ -33,7 +33,7 @@ public:
     static constexpr size_t kHelloSize = 17;
     static constexpr uint8_t kHelloVersion = 0x02;
     /// Answer bytes are handed to the send function in pieces of about this size.
-    static constexpr size_t kSendBatchSize = 32768;
+    static constexpr size_t kSendBatchSize = 65536;
 
     DeviceSession(SimulatedDevice& device, SessionMode mode, SendFunction send, size_t maxFramePayload);
 

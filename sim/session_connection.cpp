@@ -102,7 +102,28 @@ void SessionConnection::deliver(uint8_t const* data, size_t length) {
 }
 
 void SessionConnection::queue(uint8_t const* data, size_t length) {
-    Clock::time_point const due = Clock::now() + std::chrono::milliseconds(device_->faults().nextAnswerDelayMs());
+    uint32_t const delayMs = device_->faults().nextAnswerDelayMs();
+    bool direct = delayMs == 0 && device_->faults().settings().bytesPerSecond == 0;
+    if (direct) {
+        std::lock_guard lock(mutex_);
+        direct = queue_.empty() && !writing_ && !stopping_;
+    }
+    // With nothing queued or being sent, only this thread can add bytes, so
+    // they may go out from here: a hand-off to the writing thread costs a
+    // wake-up per answer. The send never waits; what the socket does not take
+    // now is queued for the writing thread.
+    if (direct) {
+        ssize_t sent;
+        do {
+            sent = ::send(socket_, data, length, MSG_NOSIGNAL | MSG_DONTWAIT);
+        } while (sent < 0 && errno == EINTR);
+        if (sent > 0) {
+            data += sent;
+            length -= static_cast<size_t>(sent);
+        }
+        if (length == 0) return;
+    }
+    Clock::time_point const due = Clock::now() + std::chrono::milliseconds(delayMs);
     {
         std::lock_guard lock(mutex_);
         queue_.push_back(Chunk{std::vector<uint8_t>(data, data + length), due});
@@ -135,6 +156,7 @@ void SessionConnection::writeLoop() {
                 break;
             chunk = std::move(queue_.front());
             queue_.pop_front();
+            writing_ = true;
         }
         if (chunk.end) {
             ::shutdown(socket_, SHUT_WR);
@@ -144,6 +166,7 @@ void SessionConnection::writeLoop() {
         {
             std::lock_guard lock(mutex_);
             queuedBytes_ -= chunk.bytes.size();
+            writing_ = false;
         }
         wake_.notify_all();
         if (!sent) {

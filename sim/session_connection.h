@@ -31,13 +31,15 @@ struct SessionRoute {
 };
 
 /// One TCP connection carrying one device session. A reading thread hands the
-/// host's bytes to the session; the session's answers are queued and a writing
-/// thread sends them, honouring the device's transport faults: answers held
-/// back (answerDelayMs, delayFraction), output paced (bytesPerSecond), input
-/// lost while stalled. Because writing never happens on the reading thread, a
-/// host that is slow to read cannot stop the device from taking in what it
-/// sends, so a host that writes before it reads never deadlocks with it. Only
-/// when the host leaves several megabytes unread does reading pause.
+/// host's bytes to the session; the session's answers go out from the reading
+/// thread itself while nothing is queued, held back or paced and the socket
+/// takes them without waiting; everything else is queued and a writing thread
+/// sends it, honouring the device's transport faults: answers held back
+/// (answerDelayMs, delayFraction), output paced (bytesPerSecond), input lost
+/// while stalled. Because the reading thread never waits to write, a host that
+/// is slow to read cannot stop the device from taking in what it sends, so a
+/// host that writes before it reads never deadlocks with it. Only when the
+/// host leaves several megabytes unread does reading pause.
 class SessionConnection {
 public:
     using Clock = std::chrono::steady_clock;
@@ -90,6 +92,7 @@ private:
     std::deque<Chunk> queue_;
     size_t queuedBytes_ = 0;
     bool endQueued_ = false;
+    bool writing_ = false;  // the writing thread is sending a chunk it took
     bool stopping_ = false;
     bool readerDone_ = false;
     bool writerDone_ = false;

@@ -40,8 +40,10 @@ public:
             throw std::runtime_error(std::string("cannot listen on ") + address);
         return s;
     }
-    static RawSocket connected(char const* address, uint16_t port) {
+    /// `receiveBuffer`: the socket's receive buffer size, when not 0.
+    static RawSocket connected(char const* address, uint16_t port, int receiveBuffer = 0) {
         RawSocket s;
+        if (receiveBuffer != 0) ::setsockopt(s.fd_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         sockaddr_in const a = endpoint(address, port);
         if (::connect(s.fd_, reinterpret_cast<sockaddr const*>(&a), sizeof a) != 0)
             throw std::runtime_error(std::string("cannot connect to ") + address);

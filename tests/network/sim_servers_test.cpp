@@ -95,6 +95,28 @@ TEST(SimDeviceServer, StopsWhileAHostLeavesLargeAnswersUnread) {
     EXPECT_TRUE(host.closed());
 }
 
+// A host with a small receive buffer that asks for far more than it holds:
+// answers leave partly at once and partly from the device's queue, and each
+// still arrives whole and after the one before.
+TEST(SimDeviceServer, AnswersArriveWholeAndInOrderWhenTheHostReadsLate) {
+    sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
+    config.logIntervalSeconds = 1;
+    ServedDevice served({}, config);
+    uint32_t const file = served.device.logFiles().front().id;
+    std::vector<uint8_t> const log = served.device.logFile(file);
+    RawSocket host = RawSocket::connected(kAddress, sim::DeviceServer::kDefaultPort, 4096);
+    std::vector<uint8_t> expected;
+    for (uint16_t sequence = 1; sequence <= 40; ++sequence) {
+        std::vector<uint8_t> payload;
+        ByteWriter(payload).write<uint32_t>(file).write<uint32_t>(sequence * 1000u).write<uint32_t>(131072);
+        host.send(plainFrame(0x44, sequence, payload));
+        for (uint32_t at = 0; at < 131072; at += 4096)  // frames of the default 4096 bytes
+            encodeFrame({at + 4096 < 131072 ? kContinuationCode : uint16_t{0}, sequence, 4096},
+                        &log.at(sequence * 1000u + at), nullptr, expected);
+    }
+    EXPECT_TRUE(host.read(expected.size()) == expected);
+}
+
 // Requests the device loses wait half a second, not the default eight: a lost
 // answer never comes, however long it is given. One that hangs throws.
 TEST(SimDeviceServer, EveryRequestEndsWithACodeUnderFaultsAndTheLinkRecoversAfterwards) {

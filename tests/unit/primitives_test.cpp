@@ -293,6 +293,14 @@ TEST(Crypto, Aes256CbcChainsAcrossCalls) {
     aes.decrypt(data.data(), 16);
     aes.decrypt(data.data() + 16, 16);
     EXPECT_EQ(hex(data), plain + " " + plain);
+    // A new IV restarts a chain; the other direction goes on from where it ended.
+    aes.setIv(nullptr);
+    aes.encrypt(data.data(), 16);
+    aes.setIv(nullptr);
+    aes.encrypt(data.data() + 16, 16);
+    Bytes second = fromHex(cipher.substr(48));
+    aes.decrypt(second.data(), 16);
+    EXPECT_EQ(hex(data) + " " + hex(second), cipher.substr(0, 47) + " " + cipher.substr(0, 47) + " " + plain);
     uint8_t odd[17] = {};
     EXPECT_THROW(aes.encrypt(odd, sizeof odd), std::logic_error);
 }
