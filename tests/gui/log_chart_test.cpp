@@ -108,7 +108,8 @@ TEST(GuiLogChartTest, ChartsTheSyncedLogZoomsPansAndExports) {
     chart->SetClientSize(1200, 720);
     for (int step = 0; step < 5; ++step) display.stepTimeBase(true);
     display.setDataRange(chart->records().front().time * kSecond, chart->records().back().time * kSecond);
-    EXPECT_GE(display.span(), 7 * kDay);
+    EXPECT_TRUE(waitFor([&] { return display.span() >= 7 * kDay; })) << display.span() / kDay << " days";
+    display.Update();
     saveScreenshot(*chart, "log_chart_week");
     window.Close(true);
     EXPECT_TRUE(allWindowsGone());
