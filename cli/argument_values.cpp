@@ -47,21 +47,22 @@ uint64_t parseSerial(std::string const& text, char const* what) {
     return value;
 }
 
-int64_t parseTime(std::string const& text, char const* what) {
+int64_t parseTime(std::string const& text, char const* what, ClockText clock) {
     int64_t seconds = 0;
     if (allOf(text, isdigit)) {
         if (parseNumber(text, 10, seconds)) return seconds;
     } else {
-        std::tm local{};
-        char const* end = ::strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &local);
+        std::tm written{};
+        char const* end = ::strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &written);
         if (end && *end == '\0') {
-            local.tm_isdst = -1;
-            std::time_t const time = std::mktime(&local);
+            written.tm_isdst = -1;
+            std::time_t const time = clock == ClockText::Local ? std::mktime(&written) : ::timegm(&written);
             if (time != static_cast<std::time_t>(-1)) return time;
         }
     }
+    char const* const kind = clock == ClockText::Local ? "a local time" : "a time of the log";
     throw usageError(
-        fmt::format("{} must be seconds since 1970 or a local time \"YYYY-MM-DD HH:MM:SS\", not '{}'", what, text));
+        fmt::format("{} must be seconds since 1970 or {} \"YYYY-MM-DD HH:MM:SS\", not '{}'", what, kind, text));
 }
 
 std::vector<uint8_t> parseHexBytes(std::string const& text, size_t size, char const* what) {

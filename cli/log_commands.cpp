@@ -93,8 +93,9 @@ void writeCsvFile(std::string const& path, std::vector<LogRecord> const& records
 
 void exportCsv(CommandContext const&, LogOptions const& options) {
     uint8_t const revision = parseRevision(options.model, "--model");
-    int64_t const from = options.from.empty() ? 0 : parseTime(options.from, "--from");
-    int64_t const to = options.to.empty() ? std::numeric_limits<int64_t>::max() : parseTime(options.to, "--to");
+    int64_t const from = options.from.empty() ? 0 : parseTime(options.from, "--from", ClockText::Log);
+    int64_t const to =
+        options.to.empty() ? std::numeric_limits<int64_t>::max() : parseTime(options.to, "--to", ClockText::Log);
     std::vector<LogRecord> records;
     std::string error;
     if (!loadLogDirectory(options.directory, revision, records, error)) throw CommandError(error, kExitFailure);
@@ -125,7 +126,8 @@ void addLogCommands(CLI::App& app, CommandContext& context) {
         ->required()
         ->check(CLI::ExistingDirectory);
     csv->add_option("--model", options->model, "The device's hardware revision, e.g. 0x41")->required();
-    csv->add_option("--from", options->from, "First time: seconds since 1970 or \"YYYY-MM-DD HH:MM:SS\" local time");
+    csv->add_option("--from", options->from,
+                    "First time: seconds since 1970 or \"YYYY-MM-DD HH:MM:SS\" as the log shows it");
     csv->add_option("--to", options->to, "Last time, same forms; the first record at or after it ends the export");
     csv->add_option("--output,-o", options->output, "Write to FILE instead of standard output");
 }
