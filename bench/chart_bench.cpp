@@ -31,8 +31,10 @@
 #include "local_store.h"
 #include "log_chart_index.h"
 #include "log_csv.h"
+#include "log_csv_reference.h"
 #include "log_record.h"
 #include "power_status.h"
+#include "synthetic_log.h"
 
 namespace {
 
@@ -67,25 +69,14 @@ size_t residentBytes() {
 // A battery cycling once a day with noise; the logger pauses now and then for
 // two minutes (a hole in the chart) and, every ten days, for an hour.
 size_t writeDailyFiles(std::filesystem::path const& dir, size_t count) {
-    uint32_t noise = 12345;
+    bench::SyntheticLog log;
     uint32_t time = kFirstTime;
     size_t bytes = 0;
     std::vector<uint8_t> day;
     for (size_t i = 0, file = 1; i < count; ++file) {
         day.clear();
         for (size_t n = 0; n < kSecondsPerDay && i < count; ++n, ++i) {
-            noise = noise * 1664525u + 1013904223u;
-            double const phase = static_cast<double>(i % kSecondsPerDay) / kSecondsPerDay * 2 * std::numbers::pi;
-            double const jitter = static_cast<double>(noise >> 8) / (1u << 24) - 0.5;
-            LogRecord r;
-            r.time = time;
-            r.current = static_cast<float>(40 * std::sin(phase) + jitter);
-            r.voltage1 = static_cast<float>(12.8 + 0.6 * std::sin(phase) + 0.01 * jitter);
-            r.voltage2 = static_cast<float>(12.6 + 0.01 * jitter);
-            r.power = r.voltage1 * r.current;
-            r.temperature = static_cast<float>(20 + 5 * std::cos(phase));
-            r.stateOfCharge = static_cast<uint8_t>(60 + 30 * std::sin(phase));
-            r.powerStatus = 1;
+            LogRecord const r = log.next(time);
             encodeLogRecord(kRevision, r, day);
             time += i % 50000 == 49999 ? 120 : i % 864000 == 863999 ? 3600 : 1;
         }
@@ -177,29 +168,6 @@ double largestDifference(Columns const& a, Columns const& b) {
                 worst = std::max<double>(worst, std::fabs(a[q][k] - b[q][k]) / std::max(1.0f, std::fabs(b[q][k])));
         }
     return worst;
-}
-
-// One row at a time through snprintf, the formats of the export as they are written.
-void snprintfCsv(std::FILE* out, std::vector<LogRecord> const& records, size_t rows) {
-    char line[512];
-    std::fprintf(out,
-                 "Time (dd/mm/yyyy hh:mm:ss), Voltage 1 (V), Voltage 2 (V), Current (A), Power (W), Temperature "
-                 "(°C), SOC (%%), Power Status\n");
-    for (size_t i = 0; i < rows; ++i) {
-        LogRecord const& r = records[i];
-        std::time_t const stamp = r.time;
-        std::tm fields{};
-        gmtime_r(&stamp, &fields);
-        std::string const time = fmt::format("{:%d/%m/%Y %H:%M:%S}", fields);
-        std::string const voltage2 = std::isnan(r.voltage2) ? "" : fmt::format("{:.3f}", r.voltage2);
-        std::string const soc = r.stateOfCharge == 255  ? ""
-                                : r.stateOfCharge > 100 ? "unknown"
-                                                        : std::to_string(r.stateOfCharge);
-        std::snprintf(line, sizeof line, "%s,%.3f,%s,%.3f,%.2f,%.2f,%s,%s\n", time.c_str(), double{r.voltage1},
-                      voltage2.c_str(), double{r.current}, double{r.power}, double{r.temperature}, soc.c_str(),
-                      powerStatusText(r.powerStatus));
-        std::fputs(line, out);
-    }
 }
 
 std::string captured(std::function<void(std::FILE*)> const& write) {
@@ -309,14 +277,16 @@ int main(int argc, char** argv) {
     auto const from = static_cast<int64_t>(records.front().time), to = static_cast<int64_t>(records[rows - 1].time);
     std::FILE* sink = std::fopen("/dev/null", "wb");
     double const csvSeconds = secondsOf([&] { writeLogCsv(sink, records, from, to); }, repeats);
-    double const snprintfSeconds = secondsOf([&] { snprintfCsv(sink, records, rows); }, repeats);
+    double const snprintfSeconds = secondsOf([&] { writeLogCsvBySnprintf(sink, records, from, to); }, repeats);
     std::fclose(sink);
     std::string const name = fmt::format("writeLogCsv, {} rows", rows);
     printRatio(name.c_str(), csvSeconds, "snprintf writer", snprintfSeconds, ">= 2.8x faster");
     size_t const compared = std::min<size_t>(rows, kSecondsPerDay);
     bool const same = captured([&](std::FILE* out) {
                           writeLogCsv(out, records, from, static_cast<int64_t>(records[compared - 1].time));
-                      }) == captured([&](std::FILE* out) { snprintfCsv(out, records, compared); });
+                      }) == captured([&](std::FILE* out) {
+                          writeLogCsvBySnprintf(out, records, from, static_cast<int64_t>(records[compared - 1].time));
+                      });
     std::printf("    the first %zu rows byte for byte as the snprintf writer's: %s\n", compared, same ? "yes" : "NO");
 
     std::filesystem::remove_all(root);

@@ -20,6 +20,7 @@
 #include "best_rates.h"
 #include "gui_chart.h"
 #include "local_store_instance.h"
+#include "synthetic_log.h"
 
 namespace {
 
@@ -33,25 +34,15 @@ constexpr int kDivisions = 75;
 constexpr int kWidth = 10 + 50 * 5 + kDivisions * 60 + 20;
 constexpr int kHeight = 700;
 
-/// A house bank on a charge and discharge cycle a day, a load that comes and
-/// goes, and now and then a pause of the log.
+/// A year of one-second records with a ten-minute pause of the log a day.
 std::vector<LogRecord> yearOfRecords(uint32_t seconds) {
     std::vector<LogRecord> records;
     records.reserve(seconds);
+    bench::SyntheticLog log;
     uint32_t time = kFirstSecond;
     for (uint32_t i = 0; i < seconds; ++i, ++time) {
-        if (i % 86400 == 43200) time += 600;  // the log paused for ten minutes
-        double const day = 2 * M_PI * (time % 86400) / 86400.0;
-        LogRecord r;
-        r.time = time;
-        r.current = static_cast<float>(20 * std::sin(day) + ((i / 97) % 5 == 0 ? -35 : -4));
-        r.voltage1 = static_cast<float>(12.8 + 0.4 * std::sin(day) + r.current * 0.002);
-        r.voltage2 = static_cast<float>(12.7 + 0.3 * std::sin(day));
-        r.power = r.voltage1 * r.current;
-        r.temperature = static_cast<float>(18 + 6 * std::sin(day - 1));
-        r.stateOfCharge = static_cast<uint8_t>(70 + 20 * std::sin(day));
-        r.powerStatus = 1;
-        records.push_back(r);
+        if (i % 86400 == 43200) time += 600;
+        records.push_back(log.next(time));
     }
     return records;
 }

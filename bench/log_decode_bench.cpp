@@ -20,6 +20,7 @@
 
 #include "byte_io.h"
 #include "log_record.h"
+#include "synthetic_log.h"
 
 namespace {
 
@@ -31,20 +32,9 @@ constexpr int kRepeats = 3;
 std::vector<uint8_t> encodeLog(size_t count) {
     std::vector<uint8_t> out;
     out.reserve(count * logRecordSize(kRevision));
-    uint32_t noise = 12345;
+    bench::SyntheticLog log;
     for (size_t i = 0; i < count; ++i) {
-        noise = noise * 1664525u + 1013904223u;
-        double const phase = static_cast<double>(i % kSecondsPerDay) / kSecondsPerDay * 2 * std::numbers::pi;
-        double const jitter = static_cast<double>(noise >> 8) / (1u << 24) - 0.5;
-        LogRecord r;
-        r.time = static_cast<uint32_t>(1700000000 + i);
-        r.current = static_cast<float>(40 * std::sin(phase) + jitter);
-        r.voltage1 = static_cast<float>(12.8 + 0.6 * std::sin(phase) + 0.01 * jitter);
-        r.voltage2 = static_cast<float>(12.6 + 0.01 * jitter);
-        r.power = r.voltage1 * r.current;
-        r.temperature = static_cast<float>(20 + 5 * std::cos(phase));
-        r.stateOfCharge = static_cast<uint8_t>(60 + 30 * std::sin(phase));
-        r.powerStatus = 1;
+        LogRecord const r = log.next(static_cast<uint32_t>(1700000000 + i));
         encodeLogRecord(kRevision, r, out);
     }
     return out;

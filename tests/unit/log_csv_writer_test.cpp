@@ -15,34 +15,21 @@
 #include <string>
 #include <vector>
 
+#include "log_csv_reference.h"
 #include "log_record.h"
 #include "power_status.h"
 
 namespace {
 
 std::string referenceCsv(std::vector<LogRecord> const& records, int64_t from, int64_t to) {
-    char line[512];
-    std::snprintf(line, sizeof line,
-                  "Time (dd/mm/yyyy hh:mm:ss), Voltage 1 (V), Voltage 2 (V), Current (A), Power (W), Temperature "
-                  "(°C), SOC (%%), Power Status\n");
-    std::string out = line;
-    for (auto const& r : records) {
-        if (r.time < from) continue;
-        std::time_t const stamp = r.time;
-        std::tm fields{};
-        gmtime_r(&stamp, &fields);
-        std::string const time = fmt::format("{:%d/%m/%Y %H:%M:%S}", fields);
-        std::string const voltage2 = std::isnan(r.voltage2) ? "" : fmt::format("{:.3f}", r.voltage2);
-        std::string const soc = r.stateOfCharge == 255  ? ""
-                                : r.stateOfCharge > 100 ? "unknown"
-                                                        : std::to_string(r.stateOfCharge);
-        std::snprintf(line, sizeof line, "%s,%.3f,%s,%.3f,%.2f,%.2f,%s,%s\n", time.c_str(), double{r.voltage1},
-                      voltage2.c_str(), double{r.current}, double{r.power}, double{r.temperature}, soc.c_str(),
-                      powerStatusText(r.powerStatus));
-        out += line;
-        if (r.time >= to) break;
-    }
-    return out;
+    char* text = nullptr;
+    size_t length = 0;
+    std::FILE* out = open_memstream(&text, &length);
+    writeLogCsvBySnprintf(out, records, from, to);
+    std::fclose(out);
+    std::string result(text, length);
+    std::free(text);
+    return result;
 }
 
 std::string written(std::vector<LogRecord> const& records, int64_t from, int64_t to, LogCsvProgress const& progress,
