@@ -2,6 +2,7 @@
 
 #include <wx/button.h>
 #include <wx/dcbuffer.h>
+#include <wx/graphics.h>
 #include <wx/dcmemory.h>
 #include <wx/filedlg.h>
 #include <wx/sizer.h>
@@ -236,8 +237,15 @@ void ScopeDisplay::render(wxDC& dc) {
     dc.SetFont(timeFont_);
     drawGrid(dc);
     requestData();
+    // Traces and bands are drawn on whole pixels, column by column: without
+    // antialiasing they come out as the same pixels, and a paint of a long
+    // span's jagged traces costs no more than a calm one.
+    wxGraphicsContext* const graphics = dc.GetGraphicsContext();
+    wxAntialiasMode const antialias = graphics ? graphics->GetAntialiasMode() : wxANTIALIAS_DEFAULT;
+    if (graphics) graphics->SetAntialiasMode(wxANTIALIAS_NONE);
     if (bandsShown_) drawBands(dc);
     drawTraces(dc);
+    if (graphics) graphics->SetAntialiasMode(antialias);
     drawScales(dc);
     drawTimeAxis(dc);
     if (cursorsShown_) drawCursors(dc);
@@ -314,15 +322,22 @@ void ScopeDisplay::drawTraces(wxDC& dc) {
         wxPen pen(trace.colour, 2, wxPENSTYLE_SOLID);
         pen.SetCap(wxCAP_BUTT);
         dc.SetPen(pen);
-        int previousRow = std::isnan(samples[0]) ? 0 : rowOf(samples[0], scale);
-        if (!std::isnan(samples[0])) dc.DrawPoint(layout_.left, previousRow);
-        for (size_t c = 1; c < columns; ++c) {
-            if (std::isnan(samples[c])) continue;
-            int const row = rowOf(samples[c], scale);
-            int const x = layout_.left + static_cast<int>(c);
-            if (!std::isnan(samples[c - 1])) dc.DrawLine(x - 1, previousRow, x, row);
-            previousRow = row;
+        if (!std::isnan(samples[0])) dc.DrawPoint(layout_.left, rowOf(samples[0], scale));
+        // A run of columns without NaN is one polyline: one stroke rather
+        // than a line per column.
+        std::vector<wxPoint> run;
+        auto const strokeRun = [&] {
+            if (run.size() >= 2) dc.DrawLines(static_cast<int>(run.size()), run.data());
+            run.clear();
+        };
+        for (size_t c = 0; c < columns; ++c) {
+            if (std::isnan(samples[c])) {
+                strokeRun();
+                continue;
+            }
+            run.emplace_back(layout_.left + static_cast<int>(c), rowOf(samples[c], scale));
         }
+        strokeRun();
         dc.DestroyClippingRegion();
     }
 }
