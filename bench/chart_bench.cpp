@@ -30,6 +30,7 @@
 
 #include "local_store.h"
 #include "log_chart_index.h"
+#include "log_chart_reference.h"
 #include "log_csv.h"
 #include "log_csv_reference.h"
 #include "log_record.h"
@@ -45,7 +46,6 @@ constexpr uint32_t kFirstTime = 1700000000;
 constexpr uint64_t kMicros = 1000000;
 constexpr size_t kColumns = 1920;
 constexpr size_t kCsvRowsMax = 30 * kSecondsPerDay;
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 using Columns = std::vector<std::vector<float>>;
 
 double secondsOf(std::function<void()> const& work, int repeats) {
@@ -106,57 +106,6 @@ std::vector<LogRecord> readAndDecode(std::filesystem::path const& dir) {
         decodeLogRecords(kRevision, buffer.data(), n > 0 ? static_cast<size_t>(n) : 0, records);
     }
     return records;
-}
-
-std::vector<double> quantities(LogRecord const& r) {
-    return {r.voltage1, r.voltage2, r.current, r.power, r.temperature, static_cast<double>(r.stateOfCharge)};
-}
-
-// The chart's columns as they are defined: per column a binary search for the
-// last record before it, then the pairs walked and integrated over their overlap.
-void walkAverages(std::vector<LogRecord> const& records, uint64_t start, uint64_t end, size_t n, Columns& out) {
-    out.assign(6, std::vector<float>(n, kNaN));
-    for (size_t k = 0; k < n; ++k) {
-        uint64_t const from = start + (end - start) * k / n, to = start + (end - start) * (k + 1) / n;
-        auto const after = std::partition_point(records.begin(), records.end(),
-                                                [from](LogRecord const& r) { return r.time * kMicros < from; });
-        size_t i = after == records.begin() ? 0 : static_cast<size_t>(after - records.begin()) - 1;
-        double integral[6] = {};
-        double covered = 0;
-        for (; i + 1 < records.size() && records[i].time * kMicros < to; ++i) {
-            double const ta = records[i].time * 1e6, tb = records[i + 1].time * 1e6;
-            if (tb - ta < 1 || tb - ta > 60e6) continue;
-            double const lo = std::max(ta, static_cast<double>(from)), hi = std::min(tb, static_cast<double>(to));
-            if (hi <= lo) continue;
-            auto const a = quantities(records[i]), b = quantities(records[i + 1]);
-            for (size_t q = 0; q < 6; ++q) {
-                double const vlo = a[q] + (b[q] - a[q]) * (lo - ta) / (tb - ta);
-                double const vhi = a[q] + (b[q] - a[q]) * (hi - ta) / (tb - ta);
-                integral[q] += (hi - lo) * (vlo + vhi) / 2;
-            }
-            covered += hi - lo;
-        }
-        if (covered > 0)
-            for (size_t q = 0; q < 6; ++q) out[q][k] = static_cast<float>(integral[q] / covered);
-    }
-}
-
-void walkExtremes(std::vector<LogRecord> const& records, uint64_t start, uint64_t end, size_t n, Columns& lows,
-                  Columns& highs) {
-    lows.assign(6, std::vector<float>(n, kNaN));
-    highs = lows;
-    auto r = std::partition_point(records.begin(), records.end(),
-                                  [start](LogRecord const& x) { return x.time * kMicros < start; });
-    for (size_t k = 0; k < n; ++k) {
-        uint64_t const to = start + (end - start) * (k + 1) / n;
-        for (; r != records.end() && r->time * kMicros < to; ++r) {
-            auto const v = quantities(*r);
-            for (size_t q = 0; q < 6; ++q) {
-                lows[q][k] = std::fmin(lows[q][k], static_cast<float>(v[q]));
-                highs[q][k] = std::fmax(highs[q][k], static_cast<float>(v[q]));
-            }
-        }
-    }
 }
 
 double largestDifference(Columns const& a, Columns const& b) {
@@ -259,11 +208,15 @@ int main(int argc, char** argv) {
         double const indexSeconds =
             secondsOf([&] { index.averages(span.start, span.end, kColumns, fast); }, span.repeats);
         double const walkSeconds =
-            secondsOf([&] { walkAverages(records, span.start, span.end, kColumns, walked); }, span.repeats);
+            secondsOf([&] { walked = chart_reference::walkAverages(records, true, span.start, span.end, kColumns); },
+                      span.repeats);
         double const extremesSeconds =
             secondsOf([&] { index.extremes(span.start, span.end, kColumns, lows, highs); }, span.repeats);
         double const minMaxSeconds = secondsOf(
-            [&] { walkExtremes(records, span.start, span.end, kColumns, lowsWalked, highsWalked); }, span.repeats);
+            [&] {
+                chart_reference::walkExtremes(records, true, span.start, span.end, kColumns, lowsWalked, highsWalked);
+            },
+            span.repeats);
         std::string const name = fmt::format("averages, {} columns, {}", kColumns, span.name);
         printRatio(name.c_str(), indexSeconds, "walk over the records", walkSeconds, span.aim);
         std::string const extremesName = fmt::format("extremes, {} columns, {}", kColumns, span.name);

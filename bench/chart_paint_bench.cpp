@@ -33,6 +33,7 @@ constexpr uint64_t kSecond = 1000000;
 constexpr int kDivisions = 75;
 constexpr int kWidth = 10 + 50 * 5 + kDivisions * 60 + 20;
 constexpr int kHeight = 700;
+constexpr size_t kColumns = kDivisions * 60;
 
 /// A year of one-second records with a ten-minute pause of the log a day.
 std::vector<LogRecord> yearOfRecords(uint32_t seconds) {
@@ -100,13 +101,12 @@ int main(int argc, char** argv) {
     };
     // The columns alone, as a paint asks the chart for them.
     ScopeDisplay::Listener& listener = *chart;
-    size_t const columns = static_cast<size_t>(kDivisions * 60);
-    auto const columnsOver = [&listener, columns, last](uint64_t span) {
-        return [&listener, columns, last, span](size_t count) {
+    auto const columnsOver = [&listener, last](uint64_t span) {
+        return [&listener, last, span](size_t count) {
             std::vector<std::vector<float>> samples, lows, highs;
             for (size_t i = 0; i < count; ++i) {
-                listener.requestSamples(last - span, last, columns, samples);
-                listener.requestExtremes(last - span, last, columns, lows, highs);
+                listener.requestSamples(last - span, last, kColumns, samples);
+                listener.requestExtremes(last - span, last, kColumns, lows, highs);
             }
         };
     };

@@ -31,14 +31,6 @@ std::string contentOf(std::string const& path) {
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-uint64_t folderBytes(fs::path const& folder) {
-    uint64_t bytes = 0;
-    std::error_code error;
-    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        bytes += it->file_size(error);
-    return bytes;
-}
-
 /// Opens the device's window and waits until the window's sync has copied
 /// every byte that zelmorctl lists for the device.
 GuiDevice& syncedWindow(SimFleet::Device const& device, fs::path& folder) {

@@ -32,14 +32,6 @@ constexpr char const* kAddress = "127.0.0.63";
 constexpr uint64_t kSerial = 0x5A4C0000000000A4;
 constexpr char const* kChildAddress = "ZELMOR_SYNC_CHILD_ADDRESS";
 
-uint64_t folderBytes(fs::path const& folder) {
-    uint64_t bytes = 0;
-    std::error_code error;
-    for (fs::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        bytes += it->file_size(error);
-    return bytes;
-}
-
 /// Checks that every copy is the first bytes of the device's file of its
 /// name; `whole` asks for every file complete.
 void expectCopies(fs::path const& folder, sim::SimulatedDevice& device, bool whole) {

@@ -50,15 +50,6 @@ void expectCopies(std::filesystem::path const& folder, sim::SimulatedDevice& dev
     }
 }
 
-/// Bytes the copies hold now.
-size_t localBytes(std::filesystem::path const& folder) {
-    size_t bytes = 0;
-    std::error_code error;
-    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
-        bytes += it->file_size(error);
-    return bytes;
-}
-
 /// Every local file is the first bytes of the device's file of its name, however
 /// short; returns how many bytes the copies hold.
 size_t expectPrefixes(std::filesystem::path const& folder, sim::SimulatedDevice& device) {
@@ -110,7 +101,7 @@ TEST(ZelmorctlLogSync, KilledAtAnyMomentLeavesPrefixesAndResumes) {
             std::uniform_int_distribution<size_t>(std::min(found, total - 400000), total - 400000)(random);
         ChildProcess child(ZELMORCTL_PATH, sync);
         ASSERT_TRUE(child.started()) << child.error();
-        while (localBytes(folder) < target && !child.wait(std::chrono::milliseconds(0)))
+        while (folderBytes(folder) < target && !child.wait(std::chrono::milliseconds(0)))
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         child.signal(SIGKILL);
         ASSERT_TRUE(child.wait(std::chrono::seconds(10)).has_value());

@@ -9,6 +9,15 @@
 #include <string>
 #include <vector>
 
+/// Bytes the files of `folder` hold together; 0 when it does not exist.
+inline uint64_t folderBytes(std::filesystem::path const& folder) {
+    uint64_t bytes = 0;
+    std::error_code error;
+    for (std::filesystem::directory_iterator it(folder, error), end; !error && it != end; it.increment(error))
+        bytes += it->file_size(error);
+    return bytes;
+}
+
 /// A fresh folder under the test's temporary directory, removed afterwards.
 class TempDirectory {
 public:

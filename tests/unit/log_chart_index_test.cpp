@@ -10,73 +10,11 @@
 #include <random>
 #include <vector>
 
+#include "log_chart_reference.h"
+
 namespace {
 
-using Columns = std::vector<std::vector<float>>;
-constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
-constexpr uint64_t kMicros = 1000000;
-
-std::vector<double> quantities(LogRecord const& r, bool second) {
-    std::vector<double> v{r.voltage1};
-    if (second) v.push_back(r.voltage2);
-    v.insert(v.end(), {r.current, r.power, r.temperature, static_cast<double>(r.stateOfCharge)});
-    return v;
-}
-
-uint64_t columnEdge(uint64_t start, uint64_t end, size_t k, size_t n) {
-    return start + static_cast<uint64_t>(static_cast<unsigned __int128>(end - start) * k / n);
-}
-
-// Each column walks the pairs from the last record before its start and
-// integrates the straight lines over their overlap with it.
-Columns walkAverages(std::vector<LogRecord> const& records, bool second, uint64_t start, uint64_t end, size_t n) {
-    size_t const traces = second ? 6 : 5;
-    Columns out(traces, std::vector<float>(n, kNaN));
-    if (records.empty() || start >= end) return out;
-    for (size_t k = 0; k < n; ++k) {
-        uint64_t const from = columnEdge(start, end, k, n), to = columnEdge(start, end, k + 1, n);
-        auto const after = std::partition_point(records.begin(), records.end(),
-                                                [from](LogRecord const& r) { return r.time * kMicros < from; });
-        size_t i = after == records.begin() ? 0 : static_cast<size_t>(after - records.begin()) - 1;
-        std::vector<double> integral(traces, 0);
-        double covered = 0;
-        for (; i + 1 < records.size() && records[i].time * kMicros < to; ++i) {
-            double const ta = records[i].time * 1e6, tb = records[i + 1].time * 1e6;
-            if (tb - ta < 1 || tb - ta > 60e6) continue;
-            double const lo = std::max(ta, static_cast<double>(from)), hi = std::min(tb, static_cast<double>(to));
-            if (hi <= lo) continue;
-            auto const a = quantities(records[i], second), b = quantities(records[i + 1], second);
-            for (size_t q = 0; q < traces; ++q) {
-                double const vlo = a[q] + (b[q] - a[q]) * (lo - ta) / (tb - ta);
-                double const vhi = a[q] + (b[q] - a[q]) * (hi - ta) / (tb - ta);
-                integral[q] += (hi - lo) * (vlo + vhi) / 2;
-            }
-            covered += hi - lo;
-        }
-        if (covered > 0)
-            for (size_t q = 0; q < traces; ++q) out[q][k] = static_cast<float>(integral[q] / covered);
-    }
-    return out;
-}
-
-void walkExtremes(std::vector<LogRecord> const& records, bool second, uint64_t start, uint64_t end, size_t n,
-                  Columns& lows, Columns& highs) {
-    size_t const traces = second ? 6 : 5;
-    lows.assign(traces, std::vector<float>(n, kNaN));
-    highs = lows;
-    if (start >= end) return;
-    for (size_t k = 0; k < n; ++k) {
-        uint64_t const from = columnEdge(start, end, k, n), to = columnEdge(start, end, k + 1, n);
-        for (auto const& r : records) {
-            if (r.time * kMicros < from || r.time * kMicros >= to) continue;
-            auto const v = quantities(r, second);
-            for (size_t q = 0; q < traces; ++q) {
-                lows[q][k] = std::fmin(lows[q][k], static_cast<float>(v[q]));
-                highs[q][k] = std::fmax(highs[q][k], static_cast<float>(v[q]));
-            }
-        }
-    }
-}
+using namespace chart_reference;
 
 // Mostly one-second steps, with repeated stamps, pauses up to and past 60 s,
 // occasional NaN values and states of charge of 101 and 255.
