@@ -51,6 +51,7 @@ TEST(ScopeTextTest, ReadoutsCarryTheUnitAndPrefixOnlyWhenAsked) {
         {0.25f, -3, 3, true, "250 mV"},   {0.25f, -4, 3, true, "250.0 mV"}, {0.25f, -3, 3, false, "0.250 V"},
         {12.5f, -3, 3, true, "12.500 V"}, {999, 0, 3, true, "999 V"},       {1500, 0, 3, true, "1.500 kV"},
         {1500, 0, 3, false, "1500 V"},    {2e6f, 0, 1, true, "2000.0 MV"},  // a million divided by 1000
+        {1, -3, 3, true, "1.000 V"},      {-1, -3, 3, true, "-1.000 V"},    {1000, 0, 3, true, "1.000 kV"},
     };
     for (auto const& [value, exponent, decimals, prefix, text] : cases) {
         SCOPED_TRACE(value);
