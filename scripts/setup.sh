@@ -8,7 +8,7 @@ packages=(
   clang libclang-rt-14-dev
   libssl-dev zlib1g-dev libfmt-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev
+  libcli11-dev nlohmann-json3-dev libhowardhinnant-date-dev tzdata
   libbluetooth-dev libdbus-1-dev dbus python3-dbusmock
   libwxgtk3.2-dev xvfb xauth x11-apps imagemagick xdotool
 )
