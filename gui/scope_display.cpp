@@ -2,7 +2,6 @@
 
 #include <wx/button.h>
 #include <wx/dcbuffer.h>
-#include <wx/graphics.h>
 #include <wx/dcmemory.h>
 #include <wx/filedlg.h>
 #include <wx/sizer.h>
@@ -237,15 +236,11 @@ void ScopeDisplay::render(wxDC& dc) {
     dc.SetFont(timeFont_);
     drawGrid(dc);
     requestData();
-    // Traces and bands are drawn on whole pixels, column by column: without
-    // antialiasing they come out as the same pixels, and a paint of a long
-    // span's jagged traces costs no more than a calm one.
-    wxGraphicsContext* const graphics = dc.GetGraphicsContext();
-    wxAntialiasMode const antialias = graphics ? graphics->GetAntialiasMode() : wxANTIALIAS_DEFAULT;
-    if (graphics) graphics->SetAntialiasMode(wxANTIALIAS_NONE);
-    if (bandsShown_) drawBands(dc);
-    drawTraces(dc);
-    if (graphics) graphics->SetAntialiasMode(antialias);
+    raster_.reset(layout_.left, layout_.top - 1, static_cast<int>(scopeColumns(layout_)),
+                  layout_.bottom - layout_.top + 1);
+    if (bandsShown_) drawBands();
+    drawTraces();
+    raster_.paint(dc);
     drawScales(dc);
     drawTimeAxis(dc);
     if (cursorsShown_) drawCursors(dc);
@@ -280,37 +275,30 @@ void ScopeDisplay::requestData() {
     if (bandsShown_) listener_->requestExtremes(start_, start_ + span_, columns, lows_, highs_);
 }
 
-void ScopeDisplay::clipToPlot(wxDC& dc, size_t columns) {
-    dc.SetClippingRegion(layout_.left - 1, layout_.top - 1, static_cast<int>(columns) + 1,
-                         layout_.bottom - layout_.top + 1);
-}
-
 int ScopeDisplay::rowOf(float value, VerticalScale const& scale) const {
     float const base = scaleBase(scale.offset, scale.centred, layout_.verticalDivisions, scale.resolution);
     return valueRow(value, base, scale.resolution, layout_);
 }
 
-void ScopeDisplay::drawBands(wxDC& dc) {
+void ScopeDisplay::drawBands() {
+    std::vector<ColumnSpan> spans;
     for (size_t t = 0; t < traces_.size() && t < lows_.size() && t < highs_.size(); ++t) {
         Trace const& trace = traces_[t];
         size_t const columns = drawnColumns(layout_, std::min(lows_[t].size(), highs_[t].size()));
         if (!trace.enabled || columns == 0) continue;
-        clipToPlot(dc, columns);
-        // One-pixel rectangles rather than lines: a fill covers exactly its
-        // rows, where a line's ends depend on the pen's caps.
-        dc.SetPen(*wxTRANSPARENT_PEN);
-        dc.SetBrush(wxBrush(bandColour(trace.colour)));
+        spans.clear();
         for (size_t c = 0; c < columns; ++c) {
             if (std::isnan(lows_[t][c]) || std::isnan(highs_[t][c])) continue;
             int const low = rowOf(lows_[t][c], scales_[trace.scale]);
             int const high = rowOf(highs_[t][c], scales_[trace.scale]);
-            dc.DrawRectangle(layout_.left + static_cast<int>(c), std::min(low, high), 1, std::abs(low - high) + 1);
+            spans.push_back({static_cast<int>(c), std::min(low, high), std::max(low, high)});
         }
-        dc.DestroyClippingRegion();
+        raster_.fill(spans, bandColour(trace.colour), columns);
     }
 }
 
-void ScopeDisplay::drawTraces(wxDC& dc) {
+void ScopeDisplay::drawTraces() {
+    std::vector<int> rows;
     for (size_t t = 0; t < traces_.size(); ++t) {
         Trace const& trace = traces_[t];
         panel_->FindWindow(trace.buttonId)->SetBackgroundColour(trace.enabled ? trace.colour : disabledColour_);
@@ -318,27 +306,9 @@ void ScopeDisplay::drawTraces(wxDC& dc) {
         if (!trace.enabled || columns == 0) continue;
         std::vector<float> const& samples = samples_[t];
         VerticalScale const& scale = scales_[trace.scale];
-        clipToPlot(dc, columns);
-        wxPen pen(trace.colour, 2, wxPENSTYLE_SOLID);
-        pen.SetCap(wxCAP_BUTT);
-        dc.SetPen(pen);
-        if (!std::isnan(samples[0])) dc.DrawPoint(layout_.left, rowOf(samples[0], scale));
-        // A run of columns without NaN is one polyline: one stroke rather
-        // than a line per column.
-        std::vector<wxPoint> run;
-        auto const strokeRun = [&] {
-            if (run.size() >= 2) dc.DrawLines(static_cast<int>(run.size()), run.data());
-            run.clear();
-        };
-        for (size_t c = 0; c < columns; ++c) {
-            if (std::isnan(samples[c])) {
-                strokeRun();
-                continue;
-            }
-            run.emplace_back(layout_.left + static_cast<int>(c), rowOf(samples[c], scale));
-        }
-        strokeRun();
-        dc.DestroyClippingRegion();
+        rows.resize(columns);
+        for (size_t c = 0; c < columns; ++c) rows[c] = std::isnan(samples[c]) ? kNoRow : rowOf(samples[c], scale);
+        raster_.fill(traceSpans(rows), trace.colour, columns);
     }
 }
 

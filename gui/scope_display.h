@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "scope_layout.h"
+#include "scope_raster.h"
 
 class wxBoxSizer;
 class wxToggleButton;
@@ -141,12 +142,11 @@ private:
     void render(wxDC& dc);
     void drawGrid(wxDC& dc);
     void requestData();
-    void drawBands(wxDC& dc);
-    void drawTraces(wxDC& dc);
+    void drawBands();
+    void drawTraces();
     void drawScales(wxDC& dc);
     void drawTimeAxis(wxDC& dc);
     void drawCursors(wxDC& dc);
-    void clipToPlot(wxDC& dc, size_t columns);
     int rowOf(float value, VerticalScale const& scale) const;
 
     void OnPaint(wxPaintEvent& event);
@@ -188,6 +188,7 @@ private:
     uint64_t maximumTime_ = 0;
     uint64_t span_ = 0;
     ScopeLayout layout_;
+    ScopeRaster raster_;
     bool dataDirty_ = true;
 
     ScopePoint cursor1_;

@@ -10,6 +10,10 @@ namespace {
 // entry per block. 128 keeps the index near one byte per record and a column
 // edge below 64 pairs of arithmetic.
 constexpr size_t kBlock = 128;
+// Records under one node of the extremes pyramid's lowest level. A column
+// scans its edges record by record, up to a node on each side: finer than a
+// block, as the extremes are what a long span's paint mostly waits for.
+constexpr size_t kExtremeBlock = 64;
 // Nodes of one pyramid level combined into one node of the level above.
 constexpr size_t kFanOut = 8;
 // A longer pause between two records is a hole in the log: the line is not drawn across it.
@@ -48,8 +52,9 @@ LogChartIndex::LogChartIndex(std::vector<LogRecord> const& records, bool secondV
     blockTime_.reserve(blocks);
     lows_.emplace_back();
     highs_.emplace_back();
-    lows_[0].reserve(blocks * traces_);
-    highs_[0].reserve(blocks * traces_);
+    size_t const extremeBlocks = (records_.size() + kExtremeBlock - 1) / kExtremeBlock;
+    lows_[0].reserve(extremeBlocks * traces_);
+    highs_[0].reserve(extremeBlocks * traces_);
 
     double area[kMaxTraces] = {};
     double covered = 0;
@@ -59,15 +64,15 @@ LogChartIndex::LogChartIndex(std::vector<LogRecord> const& records, bool secondV
     float low[kMaxTraces];
     float high[kMaxTraces];
     for (size_t i = 0; i < records_.size(); ++i) {
-        if (i % kBlock == 0) {
+        if (i % kExtremeBlock == 0) {
             if (i > 0) {
                 lows_[0].insert(lows_[0].end(), low, low + traces_);
                 highs_[0].insert(highs_[0].end(), high, high + traces_);
             }
             std::fill(low, low + traces_, kNaN);
             std::fill(high, high + traces_, kNaN);
-            blockTime_.push_back(records_[i].time);
         }
+        if (i % kBlock == 0) blockTime_.push_back(records_[i].time);
         // Pair i - 1 ends here; boundary b counts the pairs before record b * kBlock.
         values(records_[i], current);
         if (i > 0 && contributes(records_[i - 1], records_[i])) {
@@ -193,12 +198,23 @@ LogChartIndex::PairSums LogChartIndex::prefix(size_t pair) const {
     return sums;
 }
 
-size_t LogChartIndex::firstAtOrAfter(uint64_t timeUs) const {
+size_t LogChartIndex::firstAtOrAfter(uint64_t timeUs, size_t from) const {
     uint64_t const seconds = (timeUs + kMicrosPerSecond - 1) / kMicrosPerSecond;
     if (seconds > std::numeric_limits<uint32_t>::max()) return records_.size();
     auto const time = static_cast<uint32_t>(seconds);
-    size_t const block =
-        static_cast<size_t>(std::lower_bound(blockTime_.begin(), blockTime_.end(), time) - blockTime_.begin());
+    // Columns ask in rising time order: gallop from the block of the last
+    // answer rather than search the whole log for each column edge.
+    size_t low = std::min(from / kBlock, blockTime_.size());
+    size_t high = low;
+    for (size_t step = 1; high < blockTime_.size() && blockTime_[high] < time; step *= 2) {
+        low = high + 1;
+        high = low + step;
+    }
+    high = std::min(high, blockTime_.size());
+    auto const blocks = blockTime_.begin();
+    size_t const block = static_cast<size_t>(
+        std::lower_bound(blocks + static_cast<std::ptrdiff_t>(low), blocks + static_cast<std::ptrdiff_t>(high), time) -
+        blocks);
     if (block == 0) return 0;
     auto const first = records_.begin() + static_cast<std::ptrdiff_t>((block - 1) * kBlock);
     auto const last = records_.begin() + static_cast<std::ptrdiff_t>(std::min(block * kBlock, records_.size()));
@@ -234,7 +250,7 @@ void LogChartIndex::averages(uint64_t startUs, uint64_t endUs, size_t columns,
         uint64_t const columnBegin = columnEnd;
         columnEnd = columnStart(startUs, span, k + 1, columns);
         size_t const first = next;  // the first record at or after the column's start
-        next = firstAtOrAfter(columnEnd);
+        next = firstAtOrAfter(columnEnd, next);
         if (columnEnd == columnBegin) continue;
         PairSums sums;
         if (first == next) {
@@ -280,14 +296,14 @@ void LogChartIndex::extremesOf(size_t first, size_t last, float* low, float* hig
             }
         }
     };
-    size_t x = (first + kBlock - 1) / kBlock;
-    size_t y = last / kBlock;
+    size_t x = (first + kExtremeBlock - 1) / kExtremeBlock;
+    size_t y = last / kExtremeBlock;
     if (x >= y) {
         scanRecords(first, last);
         return;
     }
-    scanRecords(first, x * kBlock);
-    scanRecords(y * kBlock, last);
+    scanRecords(first, x * kExtremeBlock);
+    scanRecords(y * kExtremeBlock, last);
     for (size_t level = 0; x < y; ++level) {
         size_t const up = (x + kFanOut - 1) / kFanOut * kFanOut;
         size_t const down = y / kFanOut * kFanOut;
@@ -315,7 +331,7 @@ void LogChartIndex::extremes(uint64_t startUs, uint64_t endUs, size_t columns, s
     float high[kMaxTraces];
     for (size_t k = 0; k < columns; ++k) {
         size_t const first = next;
-        next = firstAtOrAfter(columnStart(startUs, span, k + 1, columns));
+        next = firstAtOrAfter(columnStart(startUs, span, k + 1, columns), next);
         if (first == next) continue;
         std::fill(low, low + traces_, kNaN);
         std::fill(high, high + traces_, kNaN);

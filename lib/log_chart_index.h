@@ -52,7 +52,8 @@ private:
     void addPartialPair(size_t pair, uint64_t fromUs, uint64_t toUs, PairSums& sums) const;
     /// Sums of the pairs [0, pair), from the nearer block boundary.
     PairSums prefix(size_t pair) const;
-    size_t firstAtOrAfter(uint64_t timeUs) const;
+    /// The first record at or after `timeUs`, known to be at or after `from`.
+    size_t firstAtOrAfter(uint64_t timeUs, size_t from = 0) const;
     void extremesOf(size_t first, size_t last, float* low, float* high) const;
 
     std::vector<LogRecord> const& records_;
@@ -63,7 +64,7 @@ private:
     std::vector<double> blockArea_;    // (traces_ + 1) per boundary, the last one the covered time
     std::vector<uint32_t> blockNans_;  // traces_ per boundary
     std::vector<uint32_t> blockTime_;  // the first record's time of each block, to find a time fast
-    // Level 0 holds per block of records the lowest and highest value of each trace; each level above
+    // Level 0 holds per kExtremeBlock records the lowest and highest value of each trace; each level above
     // combines kFanOut nodes of the one below.
     std::vector<std::vector<float>> lows_;
     std::vector<std::vector<float>> highs_;

@@ -10,7 +10,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libhowardhinnant-date-dev tzdata
   libbluetooth-dev libdbus-1-dev dbus python3-dbusmock
-  libwxgtk3.2-dev xvfb xauth x11-apps imagemagick xdotool
+  libwxgtk3.2-dev libcairo2-dev xvfb xauth x11-apps imagemagick xdotool
 )
 
 missing=()
