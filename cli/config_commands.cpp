@@ -7,7 +7,10 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <set>
+#include <string>
+#include <vector>
 
 #include <fmt/core.h>
 
@@ -43,21 +46,25 @@ void configGet(CommandContext& context, ConfigOptions const& options) {
     ZelmorConfig const config = session.get(&Zelmor::requestGetConfig);
     auto const& image = config.image();
     std::string const hex = hexEncode(image.data(), image.size());
-    bool const json = options.json || context.output.json();
-    if (options.hex) {
-        context.output.result(Json{{"config", hex}}, hex);
+    if (options.json) {
+        // The configuration itself, a file for 'config set': one field a line,
+        // or all on one line when every result is asked for as one line.
+        ConfigJson const json = configToJson(config);
+        if (context.output.json())
+            context.output.emit(json);
+        else
+            context.output.line(json.dump(2, ' ', false, Json::error_handler_t::replace));
     } else if (context.output.json()) {
-        context.output.emit(configToJson(config));
-    } else if (json) {
-        // Asked of the command alone: one field a line, ready to be edited.
-        context.output.line(configToJson(config).dump(2, ' ', false, Json::error_handler_t::replace));
+        context.output.emit(Json{{"config", hex}, {"fields", configToJson(config)}});
+    } else if (options.hex) {
+        context.output.line(hex);
     } else {
         context.output.line(hexDump(image));
     }
 }
 
-/// A configuration file: the fields it names and their values, put on top of
-/// a base configuration. A hex file is a whole image and names every field.
+/// A configuration put together from a base and a file, and the fields the
+/// file names. A hex file is a whole image and names every field.
 struct ConfigFile {
     ZelmorConfig config;
     std::set<std::string, std::less<>> named;
@@ -93,23 +100,26 @@ ConfigJson readJson(std::string const& text, std::string const& path) {
     }
 }
 
-/// Whether `path` holds JSON, and its fields checked on their own, before a
-/// link to the device is made: a wrong file fails with status 2 at once.
+/// A file as read: a JSON object of fields, or else a hex image.
 struct LoadedFile {
-    std::string path;
     std::optional<ConfigJson> json;
     ZelmorConfig::Image image{};
 };
 
+/// Reads the file and checks each field it names on its own before a link to
+/// the device is made, so that a wrong file fails at once with status 2. A
+/// file is JSON when its first character is '{'.
+
 LoadedFile loadFile(std::string const& path) {
     std::string const text = readText(path);
-    if (!looksLikeJson(text)) return {path, std::nullopt, readHexImage(text, path)};
-    LoadedFile file{path, readJson(text, path), {}};
+    if (!looksLikeJson(text)) return {std::nullopt, readHexImage(text, path)};
+    LoadedFile file{readJson(text, path), {}};
     ZelmorConfig scratch;
     if (auto problem = applyConfigJson(scratch, *file.json)) throw usageError(fmt::format("{}: {}", path, *problem));
     return file;
 }
 
+// The file was checked when it was read: applying it cannot fail.
 ConfigFile onTopOf(ZelmorConfig const& base, LoadedFile const& file) {
     ConfigFile result{base, {}};
     if (!file.json) {

@@ -129,7 +129,7 @@ TEST_F(ZelmorctlCommands, ReadTheDevice) {
     EXPECT_GT(sincePowerOn, 86400);
     EXPECT_NEAR(((d * 24 + h) * 60 + m) * 60 + s, sincePowerOn, 5);
     EXPECT_EQ(result({"fgstats"})["full_charge_capacity_Ah"], 200.0);
-    EXPECT_EQ(result({"config", "get", "--hex"})["config"], factoryConfigHex());
+    EXPECT_EQ(result({"config", "get"})["config"], factoryConfigHex());
     auto const files = jsonLines(run({"log", "list"}));
     ASSERT_GE(files.size(), 3u);
     EXPECT_EQ(files[0]["file"], "r00000001.log");
@@ -160,8 +160,8 @@ TEST_F(ZelmorctlCommands, ChangeTheDevice) {
         {{"power", "off"}, monitor, "power_status", "OFF"},
         {{"power", "on"}, monitor, "power_status", "ON"},
         {{"rename", "Shore power"}, {"info"}, "name", "Shore power"},
-        {{"config", "set", dir.file("config.hex")}, {"config", "get", "--hex"}, "config", changed},
-        {{"reset", "config"}, {"config", "get", "--hex"}, "config", factoryConfigHex()}};
+        {{"config", "set", dir.file("config.hex")}, {"config", "get"}, "config", changed},
+        {{"reset", "config"}, {"config", "get"}, "config", factoryConfigHex()}};
     for (auto const& [command, reading, field, value] : rows) {
         SCOPED_TRACE(testing::PrintToString(command));
         EXPECT_EQ(result(command)["ok"], true);

@@ -35,6 +35,7 @@ TEST_F(ZelmorctlConfig, AnEditedFileIsWrittenAndComparedFieldByField) {
     ProgramRun const get = run({"config", "get", "--json"});
     ASSERT_EQ(get.status, 0) << get.err;
     nlohmann::json edited = nlohmann::json::parse(get.out);
+    EXPECT_EQ(jsonResult(run({"--json", "config", "get"}))["fields"], edited);
     std::string const original = write("a.json", edited);
     edited["lvdDisconnectThreshold"] = 11.75;
     std::string const changed = write("b.json", edited);
