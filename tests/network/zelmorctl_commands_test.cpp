@@ -349,9 +349,10 @@ TEST(ZelmorctlOffline, EveryCommandHasHelpAndWrongLinesAreUsageErrors) {
         EXPECT_EQ(help.status, 0) << commands[next];
         for (auto const& name : subcommands(help.out)) commands.push_back(commands[next] + " " + name);
     }
-    EXPECT_EQ(commands.size(), 32u);
-    for (std::string const wrong : {"", "frobnicate", "power maybe", "reset everything", "lock user", "log",
-                                    "--lan 127.0.0.2 --link https://x?n= info", "--lan not-an-address info"}) {
+    EXPECT_EQ(commands.size(), 33u);
+    for (std::string const wrong :
+         {"", "frobnicate", "power maybe", "reset everything", "lock user", "log", "config diff",
+          "--lan 127.0.0.2 --link https://x?n= info", "--lan not-an-address info"}) {
         ProgramRun const run = zelmorctl(words(wrong));
         EXPECT_EQ(run.status, 2) << wrong;
         EXPECT_FALSE(run.err.empty()) << wrong;
