@@ -10,8 +10,6 @@
 
 namespace {
 
-ConfigField const& fieldOf(ConfigKey key) { return configField(key); }
-
 /// How many decimals a field's storage step has: 3 for millivolts in volts.
 int decimalsOf(ConfigField const& field) {
     return std::max(0, static_cast<int>(std::lround(-std::log10(field.scale))));
@@ -58,13 +56,13 @@ std::optional<std::string> refusal(ConfigField const& field, std::string_view wh
 // the caller works on a copy, so a refusal leaves the original alone.
 
 std::optional<std::string> readFlag(ZelmorConfig& config, ConfigKey key, ConfigJson const& value) {
-    if (!value.is_boolean()) return refusal(fieldOf(key), "must be true or false");
+    if (!value.is_boolean()) return refusal(configField(key), "must be true or false");
     config.setRaw(key, value.get<bool>() ? 1 : 0);
     return std::nullopt;
 }
 
 std::optional<std::string> readNumber(ZelmorConfig& config, ConfigKey key, ConfigJson const& value) {
-    ConfigField const& field = fieldOf(key);
+    ConfigField const& field = configField(key);
     if (!value.is_number()) return refusal(field, "must be a number");
     int const decimals = decimalsOf(field);
     double const steps = value.get<double>() * powerOfTen(decimals);
@@ -85,7 +83,7 @@ std::optional<std::string> readNumber(ZelmorConfig& config, ConfigKey key, Confi
 }
 
 std::optional<std::string> readChoice(ZelmorConfig& config, ConfigKey key, ConfigJson const& value) {
-    ConfigField const& field = fieldOf(key);
+    ConfigField const& field = configField(key);
     if (value.is_number_integer()) {
         auto const index = value.get<int64_t>();
         if (index < field.minimum || index > field.maximum)
@@ -118,7 +116,7 @@ std::optional<std::string> readChoice(ZelmorConfig& config, ConfigKey key, Confi
 }
 
 std::optional<std::string> readText(ZelmorConfig& config, ConfigKey key, ConfigJson const& value) {
-    ConfigField const& field = fieldOf(key);
+    ConfigField const& field = configField(key);
     if (!value.is_string()) return refusal(field, "must be a string");
     std::string const text = value.get<std::string>();
     if (text.size() > field.size) return refusal(field, fmt::format("is longer than {} bytes", field.size));
@@ -132,7 +130,7 @@ std::optional<std::string> readText(ZelmorConfig& config, ConfigKey key, ConfigJ
 }  // namespace
 
 ConfigJson configFieldToJson(ZelmorConfig const& config, ConfigKey key) {
-    ConfigField const& field = fieldOf(key);
+    ConfigField const& field = configField(key);
     switch (field.kind) {
         case ConfigFieldKind::Flag:
             return config.raw(key) != 0;
@@ -162,7 +160,7 @@ std::optional<std::string> applyConfigJson(ZelmorConfig& config, ConfigJson cons
         std::optional<ConfigKey> const key = keyNamed(name);
         if (!key) return fmt::format("{}: no such field", name);
         std::optional<std::string> problem;
-        switch (fieldOf(*key).kind) {
+        switch (configField(*key).kind) {
             case ConfigFieldKind::Flag:
                 problem = readFlag(changed, *key, value);
                 break;

@@ -12,7 +12,8 @@
 // The configuration as JSON, the form people keep and edit it in: one member
 // per field of the image, named as in ZELMOR_CONFIG_FIELDS, in the field's
 // unit. Flags are booleans, choices their texts (the shunt its shuntText, or
-// null for none), the time zone a string, numbers the exact decimal of the
+// null for none; an index the list does not have as its number, which is
+// accepted back), the time zone a string, numbers the exact decimal of the
 // stored integer (12.5, never 12.500000001). docs/config-image.md has the
 // fields and zelmorctl.md the rules.
 
