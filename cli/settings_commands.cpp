@@ -1,7 +1,5 @@
-// Reading and changing the device's settings: config, schedules, power,
+// Reading and changing the device's settings: schedules, power,
 // rename, set-time, reset, reboot.
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <memory>
 
@@ -10,63 +8,19 @@
 #include "argument_values.h"
 #include "command_context.h"
 #include "command_error.h"
+#include "config_commands.h"
 #include "device_session.h"
-#include "hex.h"
 
 namespace {
 
 constexpr size_t kMaxNameBytes = 32;
-constexpr size_t kDumpWidth = 16;
-
-struct ConfigGetOptions {
-    bool hex = false;
-};
 
 struct SettingsOptions {
-    std::string file;
     std::string state;
     std::string name;
     std::string time;
     std::string what;
 };
-
-void configGet(CommandContext& context, ConfigGetOptions const& options) {
-    DeviceSession session(context.target);
-    ZelmorConfig const config = session.get(&Zelmor::requestGetConfig);
-    auto const& image = config.image();
-    std::string const hex = hexEncode(image.data(), image.size());
-    if (context.output.json()) {
-        context.output.emit(Json{{"config", hex}});
-    } else if (options.hex) {
-        context.output.line(hex);
-    } else {
-        for (size_t offset = 0; offset < image.size(); offset += kDumpWidth) {
-            std::string line = fmt::format("{:04x} ", offset);
-            for (size_t i = offset; i < std::min(offset + kDumpWidth, image.size()); ++i)
-                line += fmt::format(" {:02x}", image[i]);
-            context.output.line(line);
-        }
-    }
-}
-
-ZelmorConfig readConfigFile(std::string const& path) {
-    std::ifstream in(path);
-    if (!in) throw usageError(fmt::format("{}: cannot be read", path));
-    std::string text;
-    for (char c : std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()))
-        if (!std::isspace(static_cast<unsigned char>(c))) text += c;
-    std::vector<uint8_t> const bytes = parseHexBytes(text, ZelmorConfig::kSize, path.c_str());
-    ZelmorConfig config;
-    std::copy(bytes.begin(), bytes.end(), config.image().begin());
-    return config;
-}
-
-void configSet(CommandContext& context, SettingsOptions const& options) {
-    ZelmorConfig const config = readConfigFile(options.file);
-    DeviceSession session(context.target);
-    session.run([&](Zelmor::DoneCallback done) { session.device().requestSetConfig(config, done); });
-    context.output.result(Json{{"ok", true}}, "Configuration written.");
-}
 
 std::string dayList(ZelmorSchedule const& schedule) {
     static constexpr char const* kDays[] = {"Mon", "Tue", "Wed", "Thu", "Fri", "Sat", "Sun"};
@@ -147,16 +101,8 @@ void reboot(CommandContext& context) {
 
 void addSettingsCommands(CLI::App& app, CommandContext& context) {
     auto options = std::make_shared<SettingsOptions>();
-    auto getOptions = std::make_shared<ConfigGetOptions>();
 
-    CLI::App* config = addGroup(app, "config", "Read or write the device configuration (104 bytes)");
-    addCommand(*config, "get", "Print the configuration as a hex dump", context, [&context, getOptions] {
-        configGet(context, *getOptions);
-    })->add_flag("--hex", getOptions->hex, "Print the 208 hex digits on one line, as 'config set' reads them");
-    addCommand(*config, "set", "Write a configuration read from a file of 208 hex digits", context,
-               [&context, options] { configSet(context, *options); })
-        ->add_option("HEXFILE", options->file, "File with the configuration in hex (whitespace is ignored)")
-        ->required();
+    addConfigCommands(app, context);
 
     addCommand(app, "schedules", "List the device's timers", context, [&context] { schedules(context); });
 

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "auth_key.h"
+#include "factory_config.h"
 #include "hardware_revision.h"
 
 namespace sim {
@@ -65,12 +66,7 @@ std::string versionText(uint16_t version) {
     return text;
 }
 
-ConfigImage defaultConfigImage() {
-    // Distinct bytes at every offset, so that a shifted or truncated copy shows.
-    ConfigImage image{};
-    for (size_t i = 0; i < image.size(); ++i) image[i] = static_cast<uint8_t>(i * 7 + 3);
-    return image;
-}
+ConfigImage defaultConfigImage() { return factoryConfig(SimulatedDeviceConfig{}.hardwareRevision).image(); }
 
 DeviceState::DeviceState(SimulatedDeviceConfig const& c)
     : hardwareRevision(c.hardwareRevision),

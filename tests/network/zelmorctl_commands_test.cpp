@@ -10,7 +10,9 @@
 #include <sstream>
 
 #include "announcer.h"
+#include "factory_config.h"
 #include "firmware_image.h"
+#include "hex.h"
 #include "log_record.h"
 #include "loopback_peers.h"
 #include "simulated_device.h"
@@ -21,9 +23,8 @@ namespace {
 using Json = nlohmann::json;
 
 std::string factoryConfigHex() {
-    std::string hex;
-    for (unsigned i = 0; i < 104; ++i) hex += fmt::format("{:02x}", (7 * i + 3) & 0xFF);
-    return hex;
+    auto const image = sim::factoryConfig(0x41).image();
+    return hexEncode(image.data(), image.size());
 }
 
 /// The commands run once, each on the WiFi model by its address.
@@ -348,9 +349,10 @@ TEST(ZelmorctlOffline, EveryCommandHasHelpAndWrongLinesAreUsageErrors) {
         EXPECT_EQ(help.status, 0) << commands[next];
         for (auto const& name : subcommands(help.out)) commands.push_back(commands[next] + " " + name);
     }
-    EXPECT_EQ(commands.size(), 32u);
-    for (std::string const wrong : {"", "frobnicate", "power maybe", "reset everything", "lock user", "log",
-                                    "--lan 127.0.0.2 --link https://x?n= info", "--lan not-an-address info"}) {
+    EXPECT_EQ(commands.size(), 33u);
+    for (std::string const wrong :
+         {"", "frobnicate", "power maybe", "reset everything", "lock user", "log", "config diff",
+          "--lan 127.0.0.2 --link https://x?n= info", "--lan not-an-address info"}) {
         ProgramRun const run = zelmorctl(words(wrong));
         EXPECT_EQ(run.status, 2) << wrong;
         EXPECT_FALSE(run.err.empty()) << wrong;
