@@ -2,7 +2,6 @@
 // and on its own; what reached the device is read back over a second link.
 #include <gtest/gtest.h>
 
-#include <wx/button.h>
 #include <wx/checkbox.h>
 #include <wx/choice.h>
 #include <wx/menu.h>
@@ -10,7 +9,6 @@
 
 #include <string>
 
-#include "config_choices.h"
 #include "config_dialog_rules.h"
 #include "connected_device.h"
 #include "gui_device_config.h"
@@ -211,11 +209,6 @@ TEST(DeviceConfigTest, GeneratorControlTakesOverTheOtherDisconnectFeatures) {
     ZelmorConfig const saved = readConfig(link.device);
     EXPECT_TRUE(saved.generatorEnable());
     for (K key : generatorReplacedEnables()) EXPECT_FALSE(saved.raw(key)) << configField(key).name;
-
-    // A single-voltage model has no network page and no second voltage.
-    Dialog single(nullptr, link.device, known(), 0x30);
-    EXPECT_EQ(dynamic_cast<wxNotebook&>(*single.FindWindow(Dialog::kPagesId)).GetPageCount(), configPages().size() - 1);
-    EXPECT_FALSE(control<wxCheckBox>(single, K::disableVoltage2).IsShown());
 }
 
 }  // namespace
