@@ -43,6 +43,7 @@ public:
     static constexpr int kMenuSyncLog = 6003;
     static constexpr int kMenuClearLocalLog = 6004;
     static constexpr int kMenuPair = 6005;
+    static constexpr int kMenuConfiguration = 6006;
     static constexpr int kMenuWifiSetup = 6007;
     static constexpr int kMenuResetFactory = 6008;
     static constexpr int kMenuUnlock = 6009;
@@ -136,6 +137,7 @@ private:
     void sendPasswordChange(PasswordLock lock, std::optional<std::string> const& password);
     void unlockAndRetry(PasswordLock lock, std::optional<std::string> const& password, Zelmor::ResponseCode lockedBy);
     void OnMenuSettingsRename(wxCommandEvent& event);
+    void OnMenuSettingsConfiguration(wxCommandEvent& event);
     void OnMenuDevicePair(wxCommandEvent& event);
     void OnMenuSettingsResetFactory(wxCommandEvent& event);
     void OnMenuSettingsSetTime(wxCommandEvent& event);

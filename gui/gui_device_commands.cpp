@@ -10,6 +10,7 @@
 #include "gui_calibrate_dialog.h"
 #include "gui_chart.h"
 #include "gui_device.h"
+#include "gui_device_config.h"
 #include "gui_enter_string.h"
 #include "gui_fg_stats.h"
 #include "gui_multiple_wifi_setup.h"
@@ -58,6 +59,7 @@ Menu const kMenus[] = {
     {"&Settings",
      {
          {GuiDevice::kMenuRename, "Rename Device", "Change the BLE name of a device"},
+         {GuiDevice::kMenuConfiguration, "Device Configuration", "Access the device configuration"},
          {GuiDevice::kMenuWifiSetup, "WiFi Setup", "Configure the WiFi network Zelmor connects to"},
          {GuiDevice::kMenuResetFactory, "Factory Reset", ""},
          {GuiDevice::kMenuSetTime, "Set Device Clock", "Set the device clock"},
@@ -132,6 +134,7 @@ void GuiDevice::bindCommands() {
     Bind(
         wxEVT_MENU, [this](wxCommandEvent&) { Close(true); }, kMenuDisconnect);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsRename, this, kMenuRename);
+    Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsConfiguration, this, kMenuConfiguration);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsResetFactory, this, kMenuResetFactory);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsSetTime, this, kMenuSetTime);
     Bind(wxEVT_MENU, &GuiDevice::OnMenuSettingsCalibrateCurrent, this, kMenuCalibrateCurrent);
@@ -275,6 +278,20 @@ void GuiDevice::OnMenuSettingsRename(wxCommandEvent&) {
     if (showModal(dialog) != wxID_OK) return;
     std::string const name = dialog.value();
     device_->requestRename(name, replyHandler([](GuiDevice& window) { window.refreshInfo(); }));
+}
+
+void GuiDevice::OnMenuSettingsConfiguration(wxCommandEvent&) {
+    auto const self = anchor_.handle(*this);
+    device_->requestGetConfig([self](Zelmor::ResponseCode code, ZelmorConfig const& config) {
+        postToWindow(self, [code, config](GuiDevice& window) {
+            // A read cancelled by the link's end brings no image to edit.
+            if (!window.report(code) || code != Zelmor::ResponseCode::Success) return;
+            // The dialog writes the configuration itself, and stays open
+            // until the device has taken it.
+            GuiDeviceConfig dialog(&window, *window.device_, config, window.info_.hardwareRevision);
+            window.showModal(dialog);
+        });
+    });
 }
 
 void GuiDevice::OnMenuDevicePair(wxCommandEvent&) {
