@@ -66,10 +66,13 @@ ProtectionRules::ProtectionRules(ZelmorConfig const& config, bool relayOn)
     : config_(config), switchedOn_(relayOn), outputOn_(relayOn && !config.generatorEnable()) {}
 
 void ProtectionRules::configure(ZelmorConfig const& config) {
-    // The generator starts stopped; the loads come back as the user left them.
-    if (config.generatorEnable() != config_.generatorEnable()) outputOn_ = !config.generatorEnable() && switchedOn_;
+    if (config.generatorEnable() != config_.generatorEnable()) {
+        // The generator starts stopped; the loads come back as the user left them.
+        outputOn_ = !config.generatorEnable() && switchedOn_;
+        cutOffs_ = {};
+        lastCutOff_.reset();
+    }
     config_ = config;
-    cutOffs_ = {};
     clearSince_.reset();
     generatorStartSince_.reset();
     generatorStopSince_.reset();

@@ -44,8 +44,8 @@ public:
     /// The relay as it is at power-on.
     ProtectionRules(ZelmorConfig const& config, bool relayOn);
 
-    /// A new configuration: every cut-off and timer starts over, the
-    /// switched state stays.
+    /// A new configuration. A cut-off in force stays until the new thresholds
+    /// clear it (a disabled one clears at once); the delays start over.
     void configure(ZelmorConfig const& config);
     /// The user's switch (command 0x14). Switching on clears every cut-off,
     /// so one whose cause is still there trips again after its filter.
