@@ -3,12 +3,10 @@
 // on a clock the test moves, so every wait is an exact number of seconds.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <fstream>
-#include <functional>
+#include <utility>
 
-#include "config_choices.h"
 #include "device_server.h"
 #include "hex.h"
 #include "simulated_device.h"
@@ -17,110 +15,95 @@
 
 namespace {
 
-using Json = nlohmann::json;
+using Fields = std::vector<std::pair<ConfigKey, double>>;
+using enum ConfigKey;
 
 constexpr char const* kAddress = "127.0.0.43";
 
-/// A Zelmor-V without history on kAddress, reached with zelmorctl.
+/// A Zelmor-V without history on kAddress, reached with zelmorctl, its relay
+/// switched on and every cut-off and the generator control off.
 class ConfiguredDevice : public testing::Test {
 protected:
-    ConfiguredDevice() { EXPECT_TRUE(server.start()) << server.error(); }
+    ConfiguredDevice() {
+        EXPECT_TRUE(server.start()) << server.error();
+        EXPECT_EQ(result({"power", "on"})["power"], "on");
+        auto const bytes = hexDecode(result({"config", "get"})["config"].get<std::string>());
+        if (bytes && bytes->size() == ZelmorConfig::kSize)
+            std::copy(bytes->begin(), bytes->end(), config.image().begin());
+        write({{lvdEnable, 0},
+               {hvdEnable, 0},
+               {ocdEnable, 0},
+               {ltdEnable, 0},
+               {htdEnable, 0},
+               {disconnectOnSoc, 0},
+               {generatorEnable, 0},
+               {relayConnectFilter, 0}});
+    }
 
-    static sim::SimulatedDeviceConfig deviceConfig(std::atomic<int64_t> const& clock) {
+    static sim::SimulatedDeviceConfig clocked(std::atomic<int64_t> const& clock) {
         sim::SimulatedDeviceConfig config;
         config.clock = [&clock] { return clock.load(); };
         return config;
     }
 
-    ProgramRun run(std::vector<std::string> arguments) const {
+    nlohmann::json result(std::vector<std::string> arguments) const {
         arguments.insert(arguments.begin(), {"--json", "--lan", kAddress});
-        return zelmorctl(arguments);
+        return jsonResult(zelmorctl(arguments));
     }
 
-    /// The device's configuration with every cut-off and the generator off.
-    ZelmorConfig quietConfig() const {
-        auto const bytes = hexDecode(jsonResult(run({"config", "get"}))["config"].get<std::string>());
-        EXPECT_TRUE(bytes && bytes->size() == ZelmorConfig::kSize);
-        ZelmorConfig config;
-        if (bytes) std::copy(bytes->begin(), bytes->end(), config.image().begin());
-        for (ConfigKey key : {ConfigKey::lvdEnable, ConfigKey::hvdEnable, ConfigKey::ocdEnable, ConfigKey::ltdEnable,
-                              ConfigKey::htdEnable, ConfigKey::disconnectOnSoc, ConfigKey::generatorEnable})
-            config.setRaw(key, 0);
-        config.relayConnectFilter(0);
-        return config;
-    }
-
-    void write(ZelmorConfig const& config) const {
+    void write(Fields const& fields) {
+        for (auto const& field : fields) config.setValue(field.first, field.second);
         std::ofstream(dir.file("config.hex")) << hexEncode(config.image().data(), config.image().size());
-        EXPECT_EQ(jsonResult(run({"config", "set", dir.file("config.hex")}))["ok"], true);
+        EXPECT_EQ(result({"config", "set", dir.file("config.hex")})["ok"], true);
     }
 
     size_t logRecords() const {
-        ProgramRun const list = run({"log", "list"});
-        EXPECT_EQ(list.status, 0) << list.err;
+        ProgramRun const list = zelmorctl({"--json", "--lan", kAddress, "log", "list"});
         size_t records = 0;
-        for (Json const& file : jsonLines(list)) records += file["records"].get<size_t>();
+        for (nlohmann::json const& file : jsonLines(list)) records += file["records"].get<size_t>();
         return records;
     }
 
     std::atomic<int64_t> now{1'790'000'000};
-    sim::SimulatedDevice device{deviceConfig(now)};
+    sim::SimulatedDevice device{clocked(now)};
     sim::DeviceServer server{device, kAddress};
     TempDirectory dir;
+    ZelmorConfig config;
 };
 
 // The cut-off sits above the battery's voltage until the thresholds come down
-// again: disconnecting alone does not reconnect, the connect threshold does.
+// again: no longer below the disconnect threshold is not enough, the connect
+// threshold closes the relay.
 TEST_F(ConfiguredDevice, LowVoltageCutOffOpensAfterItsFilterAndClosesAtTheConnectThreshold) {
     struct Step {
-        char const* what;
-        std::function<void(ZelmorConfig&)> change;
+        Fields changes;
         int64_t seconds;
         char const* status;
     };
     Step const steps[] = {
-        {"cut-off above the battery",
-         [](ZelmorConfig& c) {
-             c.lvdEnable(true);
-             c.lvdUseVoltage2(false);
-             c.lvdDisconnectThreshold(20);
-             c.lvdConnectThreshold(20.5);
-             c.lvdDisconnectFilter(5000);
-         },
-         4, "ON"},
-        {"filter elapsed", nullptr, 2, "LVD"},
-        {"below the disconnect threshold, under the connect one", [](ZelmorConfig& c) { c.lvdDisconnectThreshold(5); },
-         3, "LVD"},
-        {"connect threshold below the battery", [](ZelmorConfig& c) { c.lvdConnectThreshold(6); }, 1, "ON"},
+        {{{lvdEnable, 1}, {lvdDisconnectThreshold, 20}, {lvdConnectThreshold, 20.5}, {lvdDisconnectFilter, 5000}},
+         4,
+         "ON"},
+        {{}, 2, "LVD"},
+        {{{lvdDisconnectThreshold, 5}}, 3, "LVD"},
+        {{{lvdConnectThreshold, 6}}, 1, "ON"},
     };
-    ASSERT_EQ(jsonResult(run({"power", "on"}))["power"], "on");
-    ZelmorConfig config = quietConfig();
     for (Step const& step : steps) {
-        SCOPED_TRACE(step.what);
-        if (step.change) {
-            step.change(config);
-            write(config);
-        }
+        SCOPED_TRACE(step.seconds);
+        if (!step.changes.empty()) write(step.changes);
         now += step.seconds;
-        Json const reading = jsonResult(run({"monitor", "--count", "1"}));
-        EXPECT_EQ(reading["power_status"], step.status);
+        EXPECT_EQ(result({"monitor", "--count", "1"})["power_status"], step.status);
     }
 }
 
+// Modes 1, 4 and 0: "Every second", "Every 10 seconds", "Disabled".
 TEST_F(ConfiguredDevice, LoggingModeSetsHowFastTheLogGrows) {
-    struct Case {
-        char const* mode;
-        size_t recordsPerMinute;
-    };
-    ZelmorConfig config = quietConfig();
-    for (Case const c : {Case{"Every second", 60}, Case{"Every 10 seconds", 6}, Case{"Disabled", 0}}) {
-        SCOPED_TRACE(c.mode);
-        auto const& modes = configChoices(ConfigKey::dataLoggingMode);
-        config.dataLoggingMode(static_cast<uint8_t>(std::find(modes.begin(), modes.end(), c.mode) - modes.begin()));
-        write(config);
+    for (auto const& [mode, perMinute] : {std::pair(1, 60u), std::pair(4, 6u), std::pair(0, 0u)}) {
+        SCOPED_TRACE(mode);
+        write({{dataLoggingMode, mode}});
         size_t const before = logRecords();
         now += 60;
-        EXPECT_EQ(logRecords() - before, c.recordsPerMinute);
+        EXPECT_EQ(logRecords() - before, perMinute);
     }
 }
 

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
+#include <utility>
 #include <vector>
 
 #include "protection_rules.h"
@@ -13,8 +13,31 @@ namespace {
 
 using sim::PowerStatus;
 using sim::ProtectionInputs;
+using Fields = std::vector<std::pair<ConfigKey, double>>;
+using enum ConfigKey;
 
-constexpr double kNoVoltage2 = NAN;
+constexpr double kNone = NAN;
+constexpr PowerStatus kOn = PowerStatus::On;
+constexpr PowerStatus kLvd = PowerStatus::LowVoltage;
+
+ProtectionInputs volts(double voltage1, double voltage2 = kNone) { return {voltage1, voltage2, -5, 20, 60}; }
+ProtectionInputs amps(double current) { return {13, kNone, current, 20, 60}; }
+ProtectionInputs celsius(double temperature) { return {13, kNone, -5, temperature, 60}; }
+ProtectionInputs percent(double stateOfCharge) { return {13, kNone, 30, 20, stateOfCharge}; }
+
+Fields const kLvdAt12 = {
+    {lvdEnable, 1}, {lvdDisconnectThreshold, 12}, {lvdConnectThreshold, 12.8}, {lvdDisconnectFilter, 2000}};
+
+Fields with(Fields fields, Fields const& more) {
+    fields.insert(fields.end(), more.begin(), more.end());
+    return fields;
+}
+
+ZelmorConfig configOf(Fields const& fields) {
+    ZelmorConfig config;
+    for (auto const& field : fields) config.setValue(field.first, field.second);
+    return config;
+}
 
 struct Step {
     int64_t ms;
@@ -22,133 +45,83 @@ struct Step {
     PowerStatus expected;
 };
 
-ProtectionInputs volts(double voltage1, double voltage2 = kNoVoltage2) { return {voltage1, voltage2, -5, 20, 60}; }
-ProtectionInputs amps(double current) { return {13, kNoVoltage2, current, 20, 60}; }
-ProtectionInputs celsius(double temperature) { return {13, kNoVoltage2, -5, temperature, 60}; }
-ProtectionInputs percent(double stateOfCharge) { return {13, kNoVoltage2, -5, 20, stateOfCharge}; }
-
-void lvd(ZelmorConfig& c) {
-    c.lvdEnable(true);
-    c.lvdDisconnectThreshold(12.0);
-    c.lvdConnectThreshold(12.8);
-    c.lvdDisconnectFilter(2000);
-}
-
-struct Case {
-    char const* name;
-    std::function<void(ZelmorConfig&)> setup;
-    std::vector<Step> steps;
-};
-
-constexpr PowerStatus kOn = PowerStatus::On;
-constexpr PowerStatus kLvd = PowerStatus::LowVoltage;
-
 TEST(SimProtectionRules, CutOffsTripAfterTheirFilterAndClearAsConfigured) {
+    struct Case {
+        char const* name;
+        Fields fields;
+        std::vector<Step> steps;
+    };
     Case const cases[] = {
         {"low voltage",
-         lvd,
+         kLvdAt12,
          {{0, volts(12.5), kOn},
           {1000, volts(11.9), kOn},
           {2999, volts(11.9), kOn},
           {3000, volts(11.9), kLvd},
           {4000, volts(12.7), kLvd},
           {5000, volts(12.8), kOn}}},
-        {"a cause that lapses starts its filter again",
-         lvd,
+        {"a lapse starts the filter again",
+         kLvdAt12,
          {{0, volts(11.9), kOn},
           {1500, volts(12.1), kOn},
           {2500, volts(11.9), kOn},
           {4499, volts(11.9), kOn},
           {4500, volts(11.9), kLvd}}},
-        {"disabled",
-         [](ZelmorConfig& c) {
-             lvd(c);
-             c.lvdEnable(false);
-         },
-         {{0, volts(5), kOn}, {60000, volts(5), kOn}}},
-        {"on the second voltage",
-         [](ZelmorConfig& c) {
-             lvd(c);
-             c.lvdUseVoltage2(true);
-         },
+        {"disabled", with(kLvdAt12, {{lvdEnable, 0}}), {{0, volts(5), kOn}, {60000, volts(5), kOn}}},
+        {"second voltage",
+         with(kLvdAt12, {{lvdUseVoltage2, 1}}),
          {{0, volts(13, 11.5), kOn}, {2000, volts(13, 11.5), kLvd}, {3000, volts(11.5, 13), kOn}}},
-        {"the first voltage where there is no second",
-         [](ZelmorConfig& c) {
-             lvd(c);
-             c.lvdUseVoltage2(true);
-         },
-         {{0, volts(13), kOn}, {5000, volts(13), kOn}, {6000, volts(11.5), kOn}, {8000, volts(11.5), kLvd}}},
-        {"the connect filter delays the reconnect",
-         [](ZelmorConfig& c) {
-             lvd(c);
-             c.relayConnectFilter(3000);
-         },
+        {"first voltage without a second",
+         with(kLvdAt12, {{lvdUseVoltage2, 1}}),
+         {{0, volts(13), kOn}, {6000, volts(11.5), kOn}, {8000, volts(11.5), kLvd}}},
+        {"connect filter",
+         with(kLvdAt12, {{relayConnectFilter, 3000}}),
          {{0, volts(11), kOn},
           {2000, volts(11), kLvd},
           {3000, volts(13), kLvd},
           {5999, volts(13), kLvd},
           {6000, volts(13), kOn}}},
         {"high voltage",
-         [](ZelmorConfig& c) {
-             c.hvdEnable(true);
-             c.hvdDisconnectThreshold(14.6);
-             c.hvdConnectThreshold(14.0);
-         },
+         {{hvdEnable, 1}, {hvdDisconnectThreshold, 14.6}, {hvdConnectThreshold, 14}},
          {{0, volts(14.7), PowerStatus::HighVoltage},
           {1000, volts(14.1), PowerStatus::HighVoltage},
-          {2000, volts(14.0), kOn}}},
-        {"over-current stays until switched on",
-         [](ZelmorConfig& c) {
-             c.ocdEnable(true);
-             c.ocdTripThreshold(50);
-             c.ocdTripFilter(500);
-         },
+          {2000, volts(14), kOn}}},
+        {"over-current stays",
+         {{ocdEnable, 1}, {ocdTripThreshold, 50}, {ocdTripFilter, 500}},
          {{0, amps(-60), kOn}, {500, amps(-60), PowerStatus::OverCurrent}, {60000, amps(0), PowerStatus::OverCurrent}}},
         {"cold and heat",
-         [](ZelmorConfig& c) {
-             c.ltdEnable(true);
-             c.ltdDisconnectThreshold(0);
-             c.ltdConnectThreshold(5);
-             c.htdEnable(true);
-             c.htdDisconnectThreshold(45);
-             c.htdConnectThreshold(40);
-         },
+         {{ltdEnable, 1},
+          {ltdConnectThreshold, 5},
+          {htdEnable, 1},
+          {htdDisconnectThreshold, 45},
+          {htdConnectThreshold, 40}},
          {{0, celsius(-1), PowerStatus::LowTemperature},
           {1000, celsius(4), PowerStatus::LowTemperature},
           {2000, celsius(5), kOn},
           {3000, celsius(46), PowerStatus::HighTemperature},
           {4000, celsius(40), kOn}}},
         {"state of charge",
-         [](ZelmorConfig& c) {
-             c.disconnectOnSoc(true);
-             c.disconnectSocThreshold(20);
-             c.reconnectOnSoc(true);
-             c.reconnectSocThreshold(30);
-         },
+         {{disconnectOnSoc, 1}, {disconnectSocThreshold, 20}, {reconnectOnSoc, 1}, {reconnectSocThreshold, 30}},
          {{0, percent(20), PowerStatus::FuelGauge},
           {1000, percent(29), PowerStatus::FuelGauge},
           {2000, percent(30), kOn}}},
-        {"generator: on below its voltage, off at its charge after the delay",
-         [](ZelmorConfig& c) {
-             c.generatorEnable(true);
-             c.generatorOnByVoltage(true);
-             c.generatorOnVoltage(12.2);
-             c.generatorOnVoltageFilter(1000);
-             c.generatorOffBySoc(true);
-             c.generatorOffSoc(90);
-             c.generatorOffDelay(2);
-         },
+        {"generator",
+         {{generatorEnable, 1},
+          {generatorOnByVoltage, 1},
+          {generatorOnVoltage, 12.2},
+          {generatorOnVoltageFilter, 1000},
+          {generatorOffBySoc, 1},
+          {generatorOffSoc, 90},
+          {generatorOffDelay, 2}},
          {{0, volts(12.1), PowerStatus::Off},
           {1000, volts(12.1), kOn},
-          {2000, {13.5, kNoVoltage2, 30, 20, 90}, kOn},
-          {3999, {13.5, kNoVoltage2, 30, 20, 90}, kOn},
-          {4000, {13.5, kNoVoltage2, 30, 20, 90}, PowerStatus::Off}}},
+          {2000, percent(90), kOn},
+          {3999, percent(90), kOn},
+          {4000, percent(90), PowerStatus::Off}}},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
-        ZelmorConfig config;
-        c.setup(config);
-        sim::ProtectionRules rules(config, true);
+        sim::ProtectionRules rules(configOf(c.fields), true);
         for (Step const& step : c.steps) {
             rules.update(step.ms, step.in);
             EXPECT_EQ(rules.powerStatus(), step.expected) << step.ms;
@@ -160,16 +133,11 @@ TEST(SimProtectionRules, CutOffsTripAfterTheirFilterAndClearAsConfigured) {
 // The switch overrides the cut-offs both ways; the coil follows the output
 // unless the relay logic is inverted.
 TEST(SimProtectionRules, TheUserSwitchClearsCutOffsAndTheCoilMayBeInverted) {
-    ZelmorConfig config;
-    lvd(config);
-    config.invertRelayLogic(true);
-    sim::ProtectionRules rules(config, false);
+    sim::ProtectionRules rules(configOf(with(kLvdAt12, {{invertRelayLogic, 1}})), false);
     rules.update(0, volts(11));
-    EXPECT_EQ(rules.powerStatus(), PowerStatus::Off);
-    EXPECT_TRUE(rules.coilEnergised());
+    EXPECT_EQ(std::pair(rules.powerStatus(), rules.coilEnergised()), std::pair(PowerStatus::Off, true));
     rules.switchRelay(true);
-    EXPECT_EQ(rules.powerStatus(), kOn);
-    EXPECT_FALSE(rules.coilEnergised());
+    EXPECT_EQ(std::pair(rules.powerStatus(), rules.coilEnergised()), std::pair(kOn, false));
     rules.update(1000, volts(11));
     rules.update(3000, volts(11));
     EXPECT_EQ(rules.powerStatus(), kLvd);
