@@ -88,10 +88,9 @@ double hourOfDay(int64_t t) {
     return static_cast<double>(t - floorDiv(t, kSecondsPerDay) * kSecondsPerDay) / kSecondsPerHour;
 }
 
-// Household loads cut off below this charge and come back above the second.
-constexpr double kCutoffCharge = 0.05;
-constexpr double kReconnectCharge = 0.15;
 constexpr double kPeakSolarCurrent = 22;
+// A generator's charger, in capacities per hour.
+constexpr double kGeneratorChargeRate = 0.25;
 // Charging is limited to half the capacity per hour, tapering to nothing as
 // the bank gets full, so the state of charge settles at 100 %.
 constexpr double kTaperWindow = 0.03;
@@ -135,7 +134,8 @@ double BatteryModel::loadCurrent(int64_t t) const {
 }
 
 double BatteryModel::netCurrent(int64_t t) const {
-    double current = solarCurrent(t) - (cutoff_ ? 0.0 : loadCurrent(t));
+    double const generator = generatorRunning_ ? kGeneratorChargeRate * config_.capacityAh : 0.0;
+    double current = solarCurrent(t) + generator - (loadsConnected_ ? loadCurrent(t) : 0.0);
     if (current > 0) {
         double const limit = 0.5 * config_.capacityAh * std::clamp((1 - stateOfCharge_) / kTaperWindow, 0.0, 1.0);
         current = std::min(current, limit);
@@ -176,7 +176,6 @@ BatteryReading BatteryModel::reading() const {
     r.voltage2 = starterVoltage(time_);
     r.temperature = temperature(time_);
     r.stateOfCharge = stateOfCharge_;
-    r.lowVoltageCutoff = cutoff_;
     return r;
 }
 
@@ -185,9 +184,12 @@ void BatteryModel::advance(int64_t seconds) {
     double const current = netCurrent(time_);
     stateOfCharge_ += current * static_cast<double>(seconds) / kSecondsPerHour / config_.capacityAh;
     stateOfCharge_ = std::clamp(stateOfCharge_, 0.0, 1.0);
-    if (stateOfCharge_ < kCutoffCharge) cutoff_ = true;
-    if (stateOfCharge_ > kReconnectCharge) cutoff_ = false;
     time_ += seconds;
+}
+
+void BatteryModel::switchOutputs(bool loadsConnected, bool generatorRunning) {
+    loadsConnected_ = loadsConnected;
+    generatorRunning_ = generatorRunning;
 }
 
 }  // namespace sim

@@ -21,13 +21,13 @@ struct BatteryReading {
     double current = 0;
     double temperature = 0;
     double stateOfCharge = 0;  // 0..1
-    bool lowVoltageCutoff = false;
 };
 
 /// A house battery on a boat or camper: solar charging by day, household loads
-/// with an evening peak, a starter battery on the second input. Everything but
-/// the state of charge and the cut-off latch is a function of time and seed, so
-/// the result depends little on how finely the caller steps it.
+/// with an evening peak, a starter battery on the second input, and what the
+/// monitor's relay switches: the loads, or a generator that charges. Everything
+/// but the state of charge and the relay is a function of time and seed, so the
+/// result depends little on how finely the caller steps it.
 class BatteryModel {
 public:
     BatteryModel(BatteryModelConfig const& config, int64_t startTime);
@@ -38,6 +38,9 @@ public:
 
     /// Integrates `seconds` forward with the current at the start of the step.
     void advance(int64_t seconds);
+    /// What the relay does from now on: the household loads draw only while
+    /// connected, and a running generator charges at a quarter of the capacity.
+    void switchOutputs(bool loadsConnected, bool generatorRunning);
 
 private:
     double solarCurrent(int64_t t) const;
@@ -53,7 +56,8 @@ private:
     BatteryModelConfig config_;
     int64_t time_;
     double stateOfCharge_;
-    bool cutoff_ = false;
+    bool loadsConnected_ = true;
+    bool generatorRunning_ = false;
 };
 
 }  // namespace sim

@@ -90,7 +90,7 @@ Status getInfo(CommandContext& c) {
     writeIdentity(c, w);
     InfoLayout const& layout = infoLayout(c.device.hardwareRevision);
     DeviceState const& d = c.device;
-    uint8_t extra = d.relayOn ? kExtraRelayOn : 0x00;
+    uint8_t extra = d.protection.coilEnergised() ? kExtraRelayOn : 0x00;
     if (isWifiFamily(d.hardwareRevision) && d.wifi.kind() == WifiKind::NetworkList) extra |= kExtraKnownNetworks;
     layout.write(c, w, c.device.firmwareVersion >= layout.extraStatusFrom, extra);
     return Status::Success;
@@ -161,8 +161,9 @@ Status fuelGaugeSynchronize(CommandContext& c) {
 
 Status setPowerState(CommandContext& c) {
     if (c.payload[0] > 1) return Status::InvalidParameter;
-    c.device.relayOn = c.payload[0] == 1;
-    c.device.note(c.device.relayOn ? "relay on" : "relay off");
+    bool const on = c.payload[0] == 1;
+    c.device.protection.switchRelay(on);
+    c.device.note(on ? "relay on" : "relay off");
     return Status::Success;
 }
 

@@ -30,12 +30,13 @@ Status getConfig(CommandContext& c) {
 
 Status setConfig(CommandContext& c) {
     std::memcpy(c.device.config.data(), c.payload, c.device.config.size());
+    c.device.configChanged();
     c.device.note("configuration written");
     return Status::Success;
 }
 
 Status resetConfig(CommandContext& c) {
-    c.device.config = defaultConfigImage();
+    c.device.restoreFactoryConfig();
     c.device.name = c.device.factoryName();
     c.device.note("configuration reset");
     return Status::Success;

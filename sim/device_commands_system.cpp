@@ -27,6 +27,7 @@ Status reboot(CommandContext& c) {
     // unlock level; a host that reconnects starts locked again.
     c.device.firmware.abandon();
     c.device.bootTime = c.device.battery.time();
+    c.device.restartRelay();
     c.device.note("reboot");
     return Status::Success;
 }

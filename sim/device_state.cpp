@@ -4,11 +4,13 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "auth_key.h"
 #include "factory_config.h"
 #include "hardware_revision.h"
+#include "logging_mode.h"
 
 namespace sim {
 
@@ -53,6 +55,23 @@ int64_t nextGridPoint(int64_t after, int64_t interval) {
     return (q + 1) * interval;
 }
 
+// When the next record is due after `after`: records lie on the grid of the
+// configured interval, so a changed interval takes over at its next grid point.
+int64_t nextLogAfter(ConfigImage const& config, int64_t after) {
+    std::optional<uint32_t> const interval = loggingIntervalSeconds(ZelmorConfig(config).dataLoggingMode());
+    return interval ? nextGridPoint(after, *interval) : std::numeric_limits<int64_t>::max();
+}
+
+// The factory image, with the logging mode nearest the interval the device
+// was made with, so that a fleet's --interval still sets how often it logs.
+ConfigImage powerOnConfig(SimulatedDeviceConfig const& c) {
+    ZelmorConfig config = factoryConfig(c.hardwareRevision);
+    config.dataLoggingMode(nearestLoggingMode(c.logIntervalSeconds));
+    return config.image();
+}
+
+constexpr int64_t kMillisecondsPerSecond = 1000;
+
 std::optional<AuthKey> keyOf(std::string const& password) {
     if (password.empty()) return std::nullopt;
     return makeAuthKey(password);
@@ -66,8 +85,6 @@ std::string versionText(uint16_t version) {
     return text;
 }
 
-ConfigImage defaultConfigImage() { return factoryConfig(SimulatedDeviceConfig{}.hardwareRevision).image(); }
-
 DeviceState::DeviceState(SimulatedDeviceConfig const& c)
     : hardwareRevision(c.hardwareRevision),
       firmwareVersion(c.firmwareVersion),
@@ -76,13 +93,14 @@ DeviceState::DeviceState(SimulatedDeviceConfig const& c)
       bluetoothAddress(c.bluetoothAddress),
       userKey(keyOf(c.userPassword)),
       masterKey(keyOf(c.masterPassword)),
+      config(powerOnConfig(c)),
+      protection(configuration(), configuration().relayOnAtStartup()),
       clock(clockOf(c)),
       rng(c.seed),
       wifi(c.wifiKind, c.seed, isWifiFamily(c.hardwareRevision) ? c.wifiNetwork : std::string(), clock()),
       sensor{0.02 + 0.04 * std::uniform_real_distribution<double>(0, 1)(rng), 0.004},
-      logInterval(std::max<uint32_t>(1, c.logIntervalSeconds)),
       bootTime(historyStart(clock, c.historyDays)),
-      nextLogTime(nextGridPoint(bootTime, logInterval)),
+      nextLogTime(nextLogAfter(config, bootTime)),
       battery(BatteryModelConfig{c.chemistry, c.capacityAh, hasSecondVoltage(c.hardwareRevision), c.seed}, bootTime),
       statistics(c.capacityAh, battery.reading().stateOfCharge, measure()),
       log(c.hardwareRevision) {
@@ -99,6 +117,12 @@ void DeviceState::catchUp() {
     while (battery.time() < target) {
         int64_t const t = battery.time();
         int64_t const next = std::min({t + stepFor(target - t), nextLogTime, target});
+        // The relay acts on what the device measures, before the step runs with it.
+        MeasuredSample const measured = measure();
+        protection.update(t * kMillisecondsPerSecond, {measured.voltage1, measured.voltage2, measured.current,
+                                                       measured.temperature, statistics.stateOfCharge() * 100});
+        bool const generator = protection.generatorControl();
+        battery.switchOutputs(generator || protection.outputOn(), generator && protection.outputOn());
         MeasuredSample const sample = measure();
         statistics.observe(sample);
         statistics.integrate(sample, static_cast<double>(next - t));
@@ -107,7 +131,7 @@ void DeviceState::catchUp() {
             MonitorReadings const r = readings();
             log.append(LogRecord{r.time, r.voltage1, r.voltage2, r.current, r.power, r.temperature, r.stateOfCharge,
                                  static_cast<uint8_t>(r.powerStatus)});
-            nextLogTime += logInterval;
+            nextLogTime = nextLogAfter(config, nextLogTime);
         }
     }
     statistics.observe(measure());
@@ -120,16 +144,28 @@ MeasuredSample DeviceState::measure() const {
     return {r.voltage1, r.voltage2, current, r.voltage1 * current, r.temperature, r.stateOfCharge >= kFullCharge};
 }
 
-PowerStatus DeviceState::powerStatus() const {
-    if (battery.reading().lowVoltageCutoff) return PowerStatus::LowVoltageDisconnect;
-    return relayOn ? PowerStatus::On : PowerStatus::Off;
+void DeviceState::configChanged() {
+    protection.configure(configuration());
+    nextLogTime = nextLogAfter(config, battery.time());
+}
+
+void DeviceState::restoreFactoryConfig() {
+    config = factoryConfig(hardwareRevision).image();
+    protection = ProtectionRules(configuration(), protection.switchedOn());
+    nextLogTime = nextLogAfter(config, battery.time());
+}
+
+void DeviceState::restartRelay() {
+    ZelmorConfig const settings = configuration();
+    bool const on = settings.latchRelayOn() ? protection.switchedOn() : settings.relayOnAtStartup();
+    protection = ProtectionRules(settings, on);
 }
 
 MonitorReadings DeviceState::readings() const {
     MeasuredSample const s = measure();
     MonitorReadings r;
     r.time = deviceTime();
-    r.status = (relayOn ? kStatusRelayOn : 0) | (s.current > kIdleCurrent ? kStatusCharging : 0) |
+    r.status = (protection.coilEnergised() ? kStatusRelayOn : 0) | (s.current > kIdleCurrent ? kStatusCharging : 0) |
                (hasSecondVoltage(hardwareRevision) ? kStatusSecondVoltage : 0);
     r.voltage1 = static_cast<float>(s.voltage1);
     r.voltage2 = static_cast<float>(s.voltage2);
@@ -138,7 +174,7 @@ MonitorReadings DeviceState::readings() const {
     r.temperature = static_cast<float>(s.temperature);
     r.coulombMeter = statistics.coulombMeterMah();
     r.energyMeter = statistics.energyMeterMwh();
-    r.powerStatus = powerStatus();
+    r.powerStatus = protection.powerStatus();
     r.stateOfCharge = static_cast<uint8_t>(std::lround(statistics.stateOfCharge() * 100));
     r.runtime = kRuntimeNotAvailable;
     if (s.current < -kIdleCurrent) {

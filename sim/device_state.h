@@ -15,8 +15,10 @@
 #include "device_statistics.h"
 #include "device_wifi.h"
 #include "firmware_update.h"
+#include "protection_rules.h"
 #include "simulated_device_config.h"
 #include "zelmor.h"
+#include "zelmor_config.h"
 
 namespace sim {
 
@@ -29,11 +31,6 @@ using ConfigImage = std::array<uint8_t, kConfigImageSize>;
 /// A BCD firmware version as shown: 0x0132 is "1.32".
 std::string versionText(uint16_t version);
 
-/// The factory content of the configuration image.
-ConfigImage defaultConfigImage();
-
-/// Power status byte of the monitor data.
-enum class PowerStatus : uint8_t { Off = 0, On = 1, LowVoltageDisconnect = 2 };
 
 /// Error of the current sensor that calibration removes.
 struct SensorCalibration {
@@ -59,6 +56,7 @@ struct MonitorReadings {
 };
 
 /// Status word bits of the monitor data.
+/// Bit 0 is the relay coil (see ProtectionRules::coilEnergised).
 inline constexpr uint32_t kStatusRelayOn = 1u << 0;
 inline constexpr uint32_t kStatusCharging = 1u << 1;
 inline constexpr uint32_t kStatusSecondVoltage = 1u << 2;
@@ -82,11 +80,13 @@ struct DeviceState {
     std::optional<AuthKey> userKey;
     std::optional<AuthKey> masterKey;
 
-    ConfigImage config = defaultConfigImage();
+    /// The factory image, logging at the interval the device was made with.
+    ConfigImage config;
+    /// The relay and the cut-offs, run by `config`.
+    ProtectionRules protection;
     /// The timers in force: what 0x50 reads and a commit replaces.
     std::vector<ScheduleRecord> schedules;
     uint32_t scheduleCommits = 0;
-    bool relayOn = true;
     int64_t timeOffset = 0;  // device time minus clock time
 
     DeviceClock clock;
@@ -94,9 +94,8 @@ struct DeviceState {
     DeviceWifi wifi;
     Zelmor::WifiAccessKey accessKey;
     SensorCalibration sensor;
-    uint32_t logInterval;
     int64_t bootTime;
-    int64_t nextLogTime;
+    int64_t nextLogTime;  // the largest time while logging is disabled
     BatteryModel battery;
     DeviceStatistics statistics;
     DeviceLog log;
@@ -105,11 +104,20 @@ struct DeviceState {
 
     int64_t now() const { return clock(); }
     uint32_t deviceTime() const { return static_cast<uint32_t>(battery.time() + timeOffset); }
-    /// Runs the battery, meters, statistics, data log and WiFi up to the clock.
+    /// Runs the battery, relay, meters, statistics, data log and WiFi up to the clock.
     void catchUp();
+    ZelmorConfig configuration() const { return ZelmorConfig(config); }
+    /// Puts a newly written `config` in force: the relay's rules start over
+    /// and the log follows the new logging mode from now on.
+    void configChanged();
+    /// Restores the factory image and the relay's rules as they were at power-on,
+    /// keeping the relay where the user switched it.
+    void restoreFactoryConfig();
+    /// The relay after a restart: where it was with a latching relay, else
+    /// where the configuration wants it at startup.
+    void restartRelay();
     MeasuredSample measure() const;
     MonitorReadings readings() const;
-    PowerStatus powerStatus() const;
     /// Records an event in the debug area.
     void note(std::string_view event);
     void renewAccessKey();

@@ -7,7 +7,9 @@
 #include "device_link.h"
 #include "hardware_revision.h"
 #include "hex.h"
+#include "logging_mode.h"
 #include "simulated_device.h"
+#include "zelmor_config.h"
 
 namespace sim {
 
@@ -47,7 +49,8 @@ std::string devicePorcelain(DevicePlan const& plan, SimulatedDevice& device, Fle
         {"name", snapshot.name},
         {"user_password", plan.userPassword},
         {"master_password", plan.masterPassword},
-        {"log_interval", plan.logIntervalSeconds},
+        // What the device logs at: the logging mode nearest the interval asked for.
+        {"log_interval", loggingIntervalSeconds(ZelmorConfig(snapshot.config).dataLoggingMode()).value_or(0)},
         {"history_days", plan.historyDays},
         {"channel_id", hexEncode(key.keyId.data(), key.keyId.size())},
         {"link", deviceLink(device)},

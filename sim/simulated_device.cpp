@@ -33,7 +33,7 @@ DeviceSnapshot SimulatedDevice::snapshot() {
     s.firmwareVersion = d.firmwareVersion;
     s.hardwareRevision = d.hardwareRevision;
     s.serial = d.serial;
-    s.relayOn = d.relayOn;
+    s.relayOn = d.protection.outputOn();
     s.userPasswordSet = d.userKey.has_value();
     s.masterPasswordSet = d.masterKey.has_value();
     s.wifiStatus = d.wifi.status();

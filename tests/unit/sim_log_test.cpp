@@ -39,7 +39,7 @@ TEST(SimLog, GrowsByOneRecordPerIntervalInDayFiles) {
         int64_t records;
         size_t files;
     };
-    for (Case const c : {Case{0x41, 60, 150, 2}, Case{0x31, 300, 3, 1}}) {
+    for (Case const c : {Case{0x41, 60, 150, 2}, Case{0x31, 30, 3, 1}}) {
         SCOPED_TRACE(int(c.revision));
         Bench b(history(0, c.interval, c.revision));
         for (int64_t n = 0; n < c.records; ++n) {
