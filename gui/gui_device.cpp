@@ -171,6 +171,22 @@ void GuiDevice::deviceReady() {
     ready_ = true;
     logSyncTimer_.StartOnce(kFirstSyncDelayMs);
     setMenusEnabled(true);
+    readTimeZone();
+}
+
+void GuiDevice::readTimeZone() {
+    // Quietly: a locked configuration leaves the clock in UTC, and the user
+    // meets the lock where it matters, in the configuration dialog.
+    device_->requestGetConfig([self = anchor_.handle(*this)](Zelmor::ResponseCode code, ZelmorConfig const& config) {
+        if (code != Zelmor::ResponseCode::Success) return;
+        postToWindow(self, [zone = config.timeZone()](GuiDevice& window) { window.setTimeZone(zone); });
+    });
+}
+
+void GuiDevice::setTimeZone(std::string zone) {
+    timeZone_ = std::move(zone);
+    panelStale_ = true;
+    if (!refreshTimer_.IsRunning()) refreshTimer_.Start(kRefreshIntervalMs);
 }
 
 uint64_t GuiDevice::serial() const { return id_.serial != 0 ? id_.serial : info_.serial; }
@@ -234,7 +250,7 @@ void GuiDevice::OnRefreshTimerEvent(wxTimerEvent&) {
     panelStale_ = false;
     uint8_t const revision = monitorData_->hardwareRevision;
     bool const rssiAvailable = !isNetworkModel(revision) || isWifiFamily(revision);
-    std::vector<PanelRow> rows = livePanelRows(*monitorData_, rssiAvailable, std::nullopt);
+    std::vector<PanelRow> rows = livePanelRows(*monitorData_, rssiAvailable, timeZone_);
 
     bool const sameLabels = rows.size() == shownRows_.size() &&
                             std::equal(rows.begin(), rows.end(), shownRows_.begin(),

@@ -118,6 +118,8 @@ private:
     /// Reads the information record again, after a command changed the name.
     void refreshInfo();
     void deviceReady();
+    void readTimeZone();
+    void setTimeZone(std::string zone);
     void requestMonitorData();
     void monitorDataReceived(Zelmor::MonitorData const& data);
     void linkEnded(Zelmor::DisconnectReason reason);
@@ -155,6 +157,10 @@ private:
     LogMirror logSync_;
     Zelmor::DeviceInfo info_;
     std::optional<Zelmor::MonitorData> monitorData_;
+    // The zone of the device's configuration, which its clock is shown in:
+    // read when the device is ready and after each saved configuration;
+    // empty (UTC) until then or when the device does not tell.
+    std::string timeZone_;
     // Set when a reading arrived that the panel does not show yet: the refresh
     // timer redraws only then, and stops when there is nothing to draw.
     bool panelStale_ = false;

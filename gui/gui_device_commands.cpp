@@ -289,7 +289,7 @@ void GuiDevice::OnMenuSettingsConfiguration(wxCommandEvent&) {
             // The dialog writes the configuration itself, and stays open
             // until the device has taken it.
             GuiDeviceConfig dialog(&window, *window.device_, config, window.info_.hardwareRevision);
-            window.showModal(dialog);
+            if (window.showModal(dialog) == wxID_OK) window.setTimeZone(dialog.written().timeZone());
         });
     });
 }

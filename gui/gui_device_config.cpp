@@ -212,6 +212,7 @@ void GuiDeviceConfig::showProblem(std::string const& problem) {
 
 void GuiDeviceConfig::write(ZelmorConfig const& config) {
     setWriting(true);
+    written_ = config;
     device_.requestSetConfig(config, [self = anchor_.handle(*this)](Zelmor::ResponseCode code) {
         postToWindow(self, [code](GuiDeviceConfig& dialog) { dialog.written(code); });
     });

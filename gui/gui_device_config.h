@@ -29,6 +29,9 @@ public:
     /// device's hardware revision, which decides the fields shown.
     GuiDeviceConfig(wxWindow* parent, Zelmor& device, ZelmorConfig const& config, uint8_t revision);
 
+    /// The configuration the device took, once the dialog ended with wxID_OK.
+    ZelmorConfig const& written() const { return written_; }
+
     /// The window id of the control that edits the field.
     static wxWindowID controlId(ConfigKey key) { return kFirstControlId + static_cast<wxWindowID>(key); }
 
@@ -61,6 +64,7 @@ private:
     // The image as read, with the boxes as checked now; numbers and choices
     // are taken from their controls when saving.
     ZelmorConfig config_;
+    ZelmorConfig written_;
     uint8_t const revision_;
     std::vector<std::string> const zones_;
     bool writing_ = false;

@@ -40,3 +40,16 @@ int64_t wallClockSeconds(int64_t utcSeconds, std::string_view zone) {
     date::sys_seconds const instant{std::chrono::seconds{utcSeconds}};
     return utcSeconds + found->get_info(instant).offset.count();
 }
+
+ZoneClock::ZoneClock(std::string_view zone) : zone_(findZone(zone)) {}
+
+int64_t ZoneClock::wallClockSeconds(int64_t utcSeconds) {
+    if (!zone_) return utcSeconds;
+    if (utcSeconds < from_ || utcSeconds >= until_) {
+        date::sys_info const info = zone_->get_info(date::sys_seconds{std::chrono::seconds{utcSeconds}});
+        from_ = info.begin.time_since_epoch().count();
+        until_ = info.end.time_since_epoch().count();
+        offset_ = info.offset.count();
+    }
+    return utcSeconds + offset_;
+}

@@ -95,6 +95,7 @@ DeviceState::DeviceState(SimulatedDeviceConfig const& c)
       masterKey(keyOf(c.masterPassword)),
       config(powerOnConfig(c)),
       protection(configuration(), configuration().relayOnAtStartup()),
+      localClock(configuration().timeZone()),
       clock(clockOf(c)),
       rng(c.seed),
       wifi(c.wifiKind, c.seed, isWifiFamily(c.hardwareRevision) ? c.wifiNetwork : std::string(), clock()),
@@ -129,7 +130,8 @@ void DeviceState::catchUp() {
         battery.advance(next - t);
         if (next == nextLogTime) {
             MonitorReadings const r = readings();
-            log.append(LogRecord{r.time, r.voltage1, r.voltage2, r.current, r.power, r.temperature, r.stateOfCharge,
+            auto const stamp = static_cast<uint32_t>(localClock.wallClockSeconds(r.time));
+            log.append(LogRecord{stamp, r.voltage1, r.voltage2, r.current, r.power, r.temperature, r.stateOfCharge,
                                  static_cast<uint8_t>(r.powerStatus)});
             nextLogTime = nextLogAfter(config, nextLogTime);
         }
@@ -146,12 +148,14 @@ MeasuredSample DeviceState::measure() const {
 
 void DeviceState::configChanged() {
     protection.configure(configuration());
+    localClock = ZoneClock(configuration().timeZone());
     nextLogTime = nextLogAfter(config, battery.time());
 }
 
 void DeviceState::restoreFactoryConfig() {
     config = factoryConfig(hardwareRevision).image();
     protection = ProtectionRules(configuration(), protection.switchedOn());
+    localClock = ZoneClock(configuration().timeZone());
     nextLogTime = nextLogAfter(config, battery.time());
 }
 

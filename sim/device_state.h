@@ -17,6 +17,7 @@
 #include "firmware_update.h"
 #include "protection_rules.h"
 #include "simulated_device_config.h"
+#include "time_zone.h"
 #include "zelmor.h"
 #include "zelmor_config.h"
 
@@ -30,7 +31,6 @@ using ConfigImage = std::array<uint8_t, kConfigImageSize>;
 
 /// A BCD firmware version as shown: 0x0132 is "1.32".
 std::string versionText(uint16_t version);
-
 
 /// Error of the current sensor that calibration removes.
 struct SensorCalibration {
@@ -84,6 +84,9 @@ struct DeviceState {
     ConfigImage config;
     /// The relay and the cut-offs, run by `config`.
     ProtectionRules protection;
+    /// The wall clock of the configuration's zone, which the log's records
+    /// are stamped with.
+    ZoneClock localClock;
     /// The timers in force: what 0x50 reads and a commit replaces.
     std::vector<ScheduleRecord> schedules;
     uint32_t scheduleCommits = 0;

@@ -11,7 +11,7 @@ namespace {
 
 constexpr uint8_t kIntegratedShunt = 0;
 constexpr uint8_t kTemperatureSensorTerminal = 1;
-constexpr uint8_t kEveryFiveSeconds = 3;
+constexpr uint8_t kEverySixtySeconds = 7;
 constexpr uint8_t kLithiumIronPhosphate = 2;
 constexpr uint8_t kTwelveVolts = 1;
 constexpr size_t kFlagByte = 36;
@@ -35,7 +35,7 @@ ZelmorConfig factoryConfig(uint8_t hardwareRevision) {
     c.maxShuntCurrent(500);
     c.relayConnectFilter(1000);
     c.mfTerminalFunction(kTemperatureSensorTerminal);
-    c.dataLoggingMode(kEveryFiveSeconds);
+    c.dataLoggingMode(kEverySixtySeconds);
 
     c.lvdDisconnectThreshold(11.5);
     c.lvdConnectThreshold(12.5);

@@ -7,6 +7,7 @@
 
 #include "power_status.h"
 #include "reading_text.h"
+#include "time_zone.h"
 
 namespace {
 
@@ -27,9 +28,9 @@ std::string coulombMeterText(int64_t milliampHours) {
 }
 
 // A device whose clock was never set counts from 0.
-std::string deviceClockText(uint32_t time, std::optional<int> utcOffsetMinutes) {
+std::string deviceClockText(uint32_t time, std::string_view timeZone) {
     if (time == 0) return "not set";
-    std::time_t const local = static_cast<std::time_t>(time) + std::time_t{utcOffsetMinutes.value_or(0)} * 60;
+    auto const local = static_cast<std::time_t>(wallClockSeconds(time, timeZone));
     std::tm fields{};
     gmtime_r(&local, &fields);
     return fmt::format("{:%I:%M %p} {:%b %d, %Y}", fields, fields);
@@ -39,8 +40,7 @@ std::string rssiText(int16_t rssi) { return rssi == kRssiNotAvailable ? std::str
 
 }  // namespace
 
-std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAvailable,
-                                    std::optional<int> utcOffsetMinutes) {
+std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAvailable, std::string_view timeZone) {
     std::vector<PanelRow> rows;
     if (secondVoltageShown(data.status, data.voltage2)) {
         rows.push_back({"Voltage 1", voltageText(data.voltage1)});
@@ -57,7 +57,7 @@ std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAv
     if (runtimeAvailable(data.runtime)) rows.push_back({"Battery Runtime", runtimeText(data.runtime)});
     rows.push_back({"Temperature", temperatureText(data.temperature)});
     rows.push_back({"Power Status", powerStatusText(data.powerStatus)});
-    rows.push_back({"Device Clock", deviceClockText(data.time, utcOffsetMinutes)});
+    rows.push_back({"Device Clock", deviceClockText(data.time, timeZone)});
     if (rssiAvailable) rows.push_back({"Device RSSI", rssiText(data.rssi)});
     return rows;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zelmor.h"
@@ -16,7 +16,6 @@ struct PanelRow {
 /// device does not report are left out: "Voltage 2" (then one "Voltage" row
 /// stands for both), "Battery SoC", "Battery Runtime", and "Device RSSI" unless
 /// the link measures a signal strength (`rssiAvailable`). The device clock is
-/// shown in the device's time zone, `utcOffsetMinutes` east of UTC, or in UTC
-/// when the zone is not known.
-std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAvailable,
-                                    std::optional<int> utcOffsetMinutes);
+/// shown in the device's time zone (its configuration's name of a zone,
+/// daylight saving time included), or in UTC when none is set or known.
+std::vector<PanelRow> livePanelRows(Zelmor::MonitorData const& data, bool rssiAvailable, std::string_view timeZone);

@@ -7,12 +7,14 @@
 #include <wx/menu.h>
 #include <wx/notebook.h>
 
+#include <ctime>
 #include <string>
 
 #include "config_dialog_rules.h"
 #include "connected_device.h"
 #include "gui_device_config.h"
 #include "gui_user.h"
+#include "live_panel_rows.h"
 #include "zelmorctl_fleet.h"
 
 namespace {
@@ -39,6 +41,18 @@ ZelmorConfig known() {
     config.disconnectSocThreshold(20);
     config.reconnectSocThreshold(80);
     return config;
+}
+
+/// Whether the window's "Device Clock" row shows the time now in `zone`.
+bool clockShownIn(GuiDevice const& window, char const* zone) {
+    Zelmor::MonitorData now{};
+    now.time = static_cast<uint32_t>(std::time(nullptr));
+    std::string expected;
+    for (PanelRow const& row : livePanelRows(now, true, zone))
+        if (row.label == "Device Clock") expected = row.value;
+    for (PanelRow const& row : window.shownRows())
+        if (row.label == "Device Clock") return row.value == expected;
+    return false;
 }
 
 ZelmorConfig readConfig(Zelmor& device) {
@@ -92,6 +106,7 @@ TEST(DeviceConfigTest, MenuCommandWritesTheEditsOnceTheDeviceTakesThem) {
     ASSERT_EQ(writeConfig(link.device, known()), Code::Success);
     GuiDevice& window = *openLanDevice(fleet.device(0));
     ASSERT_TRUE(waitFor([&] { return ready(window); })) << statusOf(window);
+    EXPECT_TRUE(waitFor([&] { return clockShownIn(window, "Europe/Berlin"); }));
     wxMenu* settings = nullptr;
     ASSERT_NE(window.GetMenuBar()->FindItem(GuiDevice::kMenuConfiguration, &settings), nullptr);
     EXPECT_EQ(settings->FindItemByPosition(1)->GetItemLabel(), "Device Configuration");
@@ -100,6 +115,7 @@ TEST(DeviceConfigTest, MenuCommandWritesTheEditsOnceTheDeviceTakesThem) {
         EXPECT_EQ(control<wxChoice>(dialog, K::timeZone).GetStringSelection(), "Europe/Berlin");
         EXPECT_EQ(textField(dialog, Dialog::controlId(K::lvdDisconnectThreshold)).GetValue(), "11.500");
         control<wxChoice>(dialog, K::dataLoggingMode).SetSelection(3);
+        control<wxChoice>(dialog, K::timeZone).SetStringSelection("Asia/Kolkata");
         type(dialog, Dialog::controlId(K::lvdDisconnectThreshold), "11.25");
         int const answered = ExpectMessage::answered();
         click(dialog, Dialog::kSaveId);
@@ -119,7 +135,12 @@ TEST(DeviceConfigTest, MenuCommandWritesTheEditsOnceTheDeviceTakesThem) {
     ZelmorConfig expected = known();
     expected.dataLoggingMode(3);
     expected.lvdDisconnectThreshold(11.25);
+    expected.timeZone("Asia/Kolkata");
     EXPECT_EQ(readConfig(link.device), expected);
+    auto const fields = jsonResult(zelmorctl({"--lan", fleet.device(0).address, "--json", "config", "get"}))["fields"];
+    EXPECT_EQ(fields["dataLoggingMode"], "Every 5 seconds");
+    EXPECT_EQ(fields["lvdDisconnectThreshold"], 11.25);
+    EXPECT_TRUE(waitFor([&] { return clockShownIn(window, "Asia/Kolkata"); }));
     window.Close(true);
     EXPECT_TRUE(allWindowsGone());
 }

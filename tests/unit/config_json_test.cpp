@@ -28,7 +28,7 @@ TEST(ConfigJsonTest, AWholeConfigurationGivesBackTheImageAndKeepsReservedBytes) 
     ConfigJson const json = ConfigJson::parse(configToJson(factory).dump());
     EXPECT_EQ(json["lvdDisconnectThreshold"].dump(), "11.5");
     EXPECT_EQ(json["shunt"], "500 A / 50 mV (integrated)");
-    EXPECT_EQ(json["dataLoggingMode"], "Every 5 seconds");
+    EXPECT_EQ(json["dataLoggingMode"], "Every 60 seconds");
     ZelmorConfig blank;
     blank.image()[36] = factory.image()[36] & 0xFE;
     std::copy(factory.image().begin() + 100, factory.image().end(), blank.image().begin() + 100);

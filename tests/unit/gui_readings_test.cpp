@@ -8,6 +8,7 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -72,8 +73,8 @@ std::string shownAs(Advertisement const& a, std::string const& title) {
 }
 
 /// What the panel shows in the row labelled `label`; nothing without that row.
-std::optional<std::string> shownAs(Data const& d, std::string const& label, std::optional<int> utcOffsetMinutes = {}) {
-    for (auto const& row : livePanelRows(d, true, utcOffsetMinutes))
+std::optional<std::string> shownAs(Data const& d, std::string const& label, std::string_view timeZone = {}) {
+    for (auto const& row : livePanelRows(d, true, timeZone))
         if (row.label == label) return row.value;
     return std::nullopt;
 }
@@ -81,7 +82,7 @@ std::optional<std::string> shownAs(Data const& d, std::string const& label, std:
 /// What is shown as `name` for each value of one field of an otherwise typical
 /// sighting or reading.
 template <class Reading, class Field>
-void expectShown(Reading const& typical, char const* name, Field Reading::* field,
+void expectShown(Reading const& typical, char const* name, Field Reading::*field,
                  std::vector<std::pair<Field, std::optional<std::string>>> const& cases) {
     for (auto const& [value, text] : cases) {
         Reading changed = typical;
@@ -131,7 +132,7 @@ TEST(LocalDeviceCellsTest, EdgeValuesOfEachColumn) {
 
 TEST(LivePanelRowsTest, RowsInOrderLeavingOutWhatTheDeviceDoesNotReport) {
     std::vector<std::string> shown;
-    for (auto const& row : livePanelRows(reading(), true, std::nullopt)) shown.push_back(row.label + ": " + row.value);
+    for (auto const& row : livePanelRows(reading(), true, {})) shown.push_back(row.label + ": " + row.value);
     EXPECT_EQ(shown, (std::vector<std::string>{"Voltage 1: 12.500 V", "Voltage 2: 12.250 V", "Current: 0.000 A",
                                                "Power: 0.00 W", "Energy Meter: 12.34 Wh", "Coulomb Meter: 1.500 Ah",
                                                "Battery SoC: 87 %", "Battery Runtime: 1h 30m", "Temperature: 0 °C",
@@ -144,7 +145,7 @@ TEST(LivePanelRowsTest, RowsInOrderLeavingOutWhatTheDeviceDoesNotReport) {
     expectShown(d, "Battery SoC", &Data::stateOfCharge, {{255, std::nullopt}});
     expectShown(d, "Battery Runtime", &Data::runtime, {{65521, std::nullopt}});
     expectShown(d, "Device RSSI", &Data::rssi, {{-32768, ""}});
-    EXPECT_EQ(livePanelRows(d, false, std::nullopt).back().label, "Device Clock");
+    EXPECT_EQ(livePanelRows(d, false, {}).back().label, "Device Clock");
 }
 
 TEST(LivePanelRowsTest, MetersCountedInMilliunits) {
@@ -156,9 +157,25 @@ TEST(LivePanelRowsTest, MetersCountedInMilliunits) {
 }
 
 TEST(LivePanelRowsTest, DeviceClockInTheDeviceTimeZone) {
-    std::pair<int, char const*> const zones[] = {
-        {120, "12:13 AM Nov 15, 2023"}, {-300, "05:13 PM Nov 14, 2023"}, {330, "03:43 AM Nov 15, 2023"}};
-    for (auto const& [offset, text] : zones) EXPECT_EQ(shownAs(reading(), "Device Clock", offset), text) << offset;
+    // Berlin moves from 02:00 CET to 03:00 CEST at 01:00 UTC on 2025-03-30,
+    // and back to 02:00 at 01:00 UTC on 2025-10-26.
+    std::tuple<uint32_t, char const*, char const*> const clocks[] = {
+        {1700000000, "Europe/Berlin", "11:13 PM Nov 14, 2023"},
+        {1700000000, "America/New_York", "05:13 PM Nov 14, 2023"},
+        {1700000000, "Asia/Kolkata", "03:43 AM Nov 15, 2023"},
+        {1743296399, "Europe/Berlin", "01:59 AM Mar 30, 2025"},
+        {1743296400, "Europe/Berlin", "03:00 AM Mar 30, 2025"},
+        {1761440399, "Europe/Berlin", "02:59 AM Oct 26, 2025"},
+        {1761440400, "Europe/Berlin", "02:00 AM Oct 26, 2025"},
+        {1700000000, "", "10:13 PM Nov 14, 2023"},
+        {1700000000, "Mars/Olympus_Mons", "10:13 PM Nov 14, 2023"},
+    };
+    for (auto const& [time, zone, text] : clocks) {
+        SCOPED_TRACE(zone);
+        Data d = reading();
+        d.time = time;
+        EXPECT_EQ(shownAs(d, "Device Clock", zone), text) << time;
+    }
     // A clock that was never set counts from 0.
     expectShown(reading(), "Device Clock", &Data::time, {{1, "12:00 AM Jan 01, 1970"}, {0, "not set"}});
 }
