@@ -11,44 +11,42 @@ void ScopeRaster::reset(int x, int y, int width, int height) {
     y_ = y;
     width_ = std::max(0, width);
     height_ = std::max(0, height);
-    size_t const size = static_cast<size_t>(width_) * static_cast<size_t>(height_);
-    columns_.assign(size, 0);
-    pixels_.resize(size);
+    pixels_.assign(static_cast<size_t>(width_) * static_cast<size_t>(height_), 0);
+    layers_.clear();
 }
 
 void ScopeRaster::fill(std::span<ColumnSpan const> spans, wxColour const& colour, size_t columns) {
     uint32_t const pixel = 0xFF000000u | uint32_t{colour.Red()} << 16 | uint32_t{colour.Green()} << 8 | colour.Blue();
     int const last = static_cast<int>(std::min<size_t>(columns, static_cast<size_t>(width_)));
-    for (ColumnSpan const& span : spans) {
-        if (span.column < 0 || span.column >= last) continue;
-        int const top = std::max(span.top - y_, 0);
-        int const bottom = std::min(span.bottom - y_, height_ - 1);
-        if (top > bottom) continue;
-        std::fill_n(columns_.data() + static_cast<size_t>(span.column) * static_cast<size_t>(height_) + top,
-                    bottom - top + 1, pixel);
-    }
+    layers_.push_back({pixel, last, {spans.begin(), spans.end()}});
 }
 
-void ScopeRaster::transpose() {
-    // In square tiles, so that both the reads and the writes stay within a
-    // few cache lines.
-    constexpr int kTile = 16;
+void ScopeRaster::rasterize() {
+    // A tall span runs down a column, a row's width apart in memory. Tiles of
+    // columns a cache line wide take every layer in turn, so the lines a
+    // tile's spans touch are fetched once rather than once per layer.
+    constexpr int kTileColumns = 16;
+    std::vector<size_t> next(layers_.size(), 0);
     size_t const width = static_cast<size_t>(width_);
-    size_t const height = static_cast<size_t>(height_);
-    for (size_t column0 = 0; column0 < width; column0 += kTile) {
-        size_t const columnEnd = std::min(column0 + kTile, width);
-        for (size_t row0 = 0; row0 < height; row0 += kTile) {
-            size_t const rowEnd = std::min(row0 + kTile, height);
-            for (size_t column = column0; column < columnEnd; ++column)
-                for (size_t row = row0; row < rowEnd; ++row)
-                    pixels_[row * width + column] = columns_[column * height + row];
+    for (int tileEnd = kTileColumns;; tileEnd += kTileColumns) {
+        for (size_t l = 0; l < layers_.size(); ++l) {
+            Layer const& layer = layers_[l];
+            for (; next[l] < layer.spans.size() && layer.spans[next[l]].column < tileEnd; ++next[l]) {
+                ColumnSpan const& span = layer.spans[next[l]];
+                if (span.column < 0 || span.column >= layer.columns) continue;
+                int const top = std::max(span.top - y_, 0);
+                int const bottom = std::min(span.bottom - y_, height_ - 1);
+                uint32_t* at = pixels_.data() + static_cast<size_t>(top) * width + static_cast<size_t>(span.column);
+                for (int row = top; row <= bottom; ++row, at += width) *at = layer.pixel;
+            }
         }
+        if (tileEnd >= width_) break;
     }
 }
 
 void ScopeRaster::paint(wxDC& dc) {
     if (width_ == 0 || height_ == 0) return;
-    transpose();
+    rasterize();
     // Every wxGTK 3 drawing context draws through cairo.
     wxGraphicsContext* const graphics = dc.GetGraphicsContext();
     wxCHECK_RET(graphics, "the plot is painted through a graphics context");

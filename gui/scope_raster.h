@@ -20,23 +20,29 @@ public:
     /// stands at (x, y) of the display.
     void reset(int x, int y, int width, int height);
 
-    /// Fills the spans (columns from the buffer's left, rows of the display),
-    /// clipped to the buffer and to its first `columns` columns, opaque.
+    /// Fills the spans (columns from the buffer's left in rising order, rows
+    /// of the display), clipped to the buffer and to its first `columns`
+    /// columns, opaque, over what earlier fills left.
     void fill(std::span<ColumnSpan const> spans, wxColour const& colour, size_t columns);
 
     /// Paints the buffer onto `dc` (a wxGTK drawing context, drawn by cairo).
     void paint(wxDC& dc);
 
 private:
+    struct Layer {
+        uint32_t pixel;
+        int columns;
+        std::vector<ColumnSpan> spans;
+    };
+
+    void rasterize();
+
     int x_ = 0;
     int y_ = 0;
     int width_ = 0;
     int height_ = 0;
-    void transpose();
-
-    // Premultiplied ARGB in native byte order, cairo's image format. Spans
-    // are filled column by column, each column contiguous (a tall span of a
-    // long time span is one run of memory), then turned into rows to paint.
-    std::vector<uint32_t> columns_;
+    // The fills, kept until the paint writes them all at once.
+    std::vector<Layer> layers_;
+    // Premultiplied ARGB in native byte order, cairo's image format.
     std::vector<uint32_t> pixels_;
 };

@@ -13,7 +13,7 @@ constexpr size_t kBlock = 128;
 // Records under one node of the extremes pyramid's lowest level. A column
 // scans its edges record by record, up to a node on each side: finer than a
 // block, as the extremes are what a long span's paint mostly waits for.
-constexpr size_t kExtremeBlock = 64;
+constexpr size_t kExtremeBlock = 32;
 // Nodes of one pyramid level combined into one node of the level above.
 constexpr size_t kFanOut = 8;
 // A longer pause between two records is a hole in the log: the line is not drawn across it.
