@@ -9,6 +9,7 @@
 
 #include "device_server.h"
 #include "hex.h"
+#include "log_record.h"
 #include "simulated_device.h"
 #include "zelmor_config.h"
 #include "zelmorctl_fleet.h"
@@ -104,6 +105,26 @@ TEST_F(ConfiguredDevice, LoggingModeSetsHowFastTheLogGrows) {
         size_t const before = logRecords();
         now += 60;
         EXPECT_EQ(logRecords() - before, perMinute);
+    }
+}
+
+// The log's records carry the wall clock of the configured zone; the live
+// data's clock stays UTC.
+TEST_F(ConfiguredDevice, LogIsStampedWithTheZonesWallClock) {
+    for (auto const& [zone, offset] : {std::pair("Asia/Kolkata", 19800), std::pair("UTC", 0)}) {
+        SCOPED_TRACE(zone);
+        config.timeZone(zone);
+        write({{dataLoggingMode, 1}});
+        now += 10;
+        EXPECT_EQ(result({"monitor", "--count", "1"})["time"], now.load());
+        logRecords();
+        std::vector<LogRecord> records;
+        auto const files = device.logFiles();
+        ASSERT_FALSE(files.empty());
+        auto const bytes = device.logFile(files.back().id);
+        decodeLogRecords(device.snapshot().hardwareRevision, bytes.data(), bytes.size(), records);
+        ASSERT_FALSE(records.empty());
+        EXPECT_EQ(int64_t{records.back().time}, now.load() + offset);
     }
 }
 
