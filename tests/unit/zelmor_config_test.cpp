@@ -120,3 +120,21 @@ TEST(ZelmorConfigTest, EachProblemHasItsMessage) {
 }
 
 }  // namespace
+
+namespace {
+
+// Every choice field but the shunt (whose texts come from the shunt table)
+// has its list, as long as the field's range; no other field has one.
+TEST(ZelmorConfigTest, ChoiceFieldsHaveTheirListsAndNoOtherFieldHasOne) {
+    for (size_t i = 0; i < kConfigFieldCount; ++i) {
+        auto const key = static_cast<ConfigKey>(i);
+        ConfigField const& field = configField(key);
+        SCOPED_TRACE(std::string(field.name));
+        bool const listed = field.kind == ConfigFieldKind::Choice && key != ConfigKey::shunt;
+        EXPECT_EQ(configChoices(key).size(), listed ? static_cast<size_t>(field.maximum) + 1 : 0u);
+    }
+    EXPECT_EQ(configChoices(ConfigKey::mfTerminalFunction)[0], "Data Stream Ouput");
+    EXPECT_EQ(configChoices(ConfigKey::chargeManagerBatteryVoltage)[5], "Custom");
+}
+
+}  // namespace
