@@ -89,7 +89,30 @@ size_t SimulatedDevice::logRecordSize() const {
 CommandResult SimulatedDevice::execute(SessionState& session, uint16_t code, uint8_t const* payload, size_t length) {
     std::lock_guard lock(mutex_);
     state_.catchUp();
-    return executeCommand(state_, session, code, payload, length);
+    CommandResult result = executeCommand(state_, session, code, payload, length);
+    if (state_.restartPending) {
+        state_.restartPending = false;
+        offlineUntil_ = std::chrono::steady_clock::now() + kRestartDuration;
+        std::lock_guard watchLock(watchMutex_);
+        for (auto const& watch : restartWatches_) watch.second();
+    }
+    return result;
+}
+
+bool SimulatedDevice::online() const {
+    std::lock_guard lock(mutex_);
+    return std::chrono::steady_clock::now() >= offlineUntil_;
+}
+
+uint64_t SimulatedDevice::watchRestart(std::function<void()> dropLink) {
+    std::lock_guard lock(watchMutex_);
+    restartWatches_.emplace(nextWatch_, std::move(dropLink));
+    return nextWatch_++;
+}
+
+void SimulatedDevice::unwatchRestart(uint64_t watch) {
+    std::lock_guard lock(watchMutex_);
+    restartWatches_.erase(watch);
 }
 
 }  // namespace sim

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -63,6 +66,19 @@ public:
 
     FaultInjector& faults() { return faults_; }
 
+    /// How long the device is away while it restarts into a firmware it took.
+    static constexpr std::chrono::milliseconds kRestartDuration{3000};
+    /// False while the device restarts: its servers turn connections away, the
+    /// hub finds it not, and it sends no announcements.
+    bool online() const;
+    /// `dropLink` ends one network link when the device restarts. It runs on
+    /// the thread of the command that made the device restart, before that
+    /// command's answer is sent, which must still go out: shutting down the
+    /// reading side of the socket does just that. The number given back ends
+    /// the watch (unwatchRestart).
+    uint64_t watchRestart(std::function<void()> dropLink);
+    void unwatchRestart(uint64_t watch);
+
 private:
     friend class DeviceSession;
 
@@ -72,6 +88,11 @@ private:
     mutable std::mutex mutex_;
     DeviceState state_;
     FaultInjector faults_;
+    std::chrono::steady_clock::time_point offlineUntil_;  // guarded by mutex_
+
+    mutable std::mutex watchMutex_;  // guards the two below; taken after mutex_
+    std::map<uint64_t, std::function<void()>> restartWatches_;
+    uint64_t nextWatch_ = 0;
 };
 
 }  // namespace sim
