@@ -80,7 +80,8 @@ bool SessionConnection::openSession() {
         ::shutdown(socket_, SHUT_RDWR);
         return false;
     }
-    // A restart ends the link: the host reads the last answer, then the end.
+    // A restart ends the link: the reading side shut, the device takes in
+    // nothing more, and what it has said still goes out before the end.
     restartWatch_ = device_->watchRestart([this] { ::shutdown(socket_, SHUT_RD); });
     session_ = device_->openSession(route_.mode, [this](uint8_t const* data, size_t length) { queue(data, length); });
     // The hello is taken in even by a stalled device: losing it would turn the

@@ -15,6 +15,15 @@ constexpr uint64_t kFaultSeedSalt = 0x6661756C74730000ULL;
 SimulatedDevice::SimulatedDevice(SimulatedDeviceConfig config)
     : maxFramePayload_(config.maxFramePayload), state_(config), faults_(config.seed ^ kFaultSeedSalt) {}
 
+SimulatedDevice::~SimulatedDevice() {
+    {
+        std::lock_guard lock(watchMutex_);
+        destroying_ = true;
+    }
+    watchWake_.notify_all();
+    if (linkDropper_.joinable()) linkDropper_.join();
+}
+
 std::unique_ptr<DeviceSession> SimulatedDevice::openSession(SessionMode mode, SendFunction send) {
     return std::make_unique<DeviceSession>(*this, mode, std::move(send), maxFramePayload_);
 }
@@ -93,10 +102,17 @@ CommandResult SimulatedDevice::execute(SessionState& session, uint16_t code, uin
     if (state_.restartPending) {
         state_.restartPending = false;
         offlineUntil_ = std::chrono::steady_clock::now() + kRestartDuration;
-        std::lock_guard watchLock(watchMutex_);
-        for (auto const& watch : restartWatches_) watch.second();
+        // An earlier restart's dropper ended long ago, at most kLinkDropDelay after it began.
+        if (linkDropper_.joinable()) linkDropper_.join();
+        linkDropper_ = std::thread([this] { dropLinks(); });
     }
     return result;
+}
+
+void SimulatedDevice::dropLinks() {
+    std::unique_lock lock(watchMutex_);
+    if (watchWake_.wait_for(lock, kLinkDropDelay, [this] { return destroying_; })) return;
+    for (auto const& watch : restartWatches_) watch.second();
 }
 
 bool SimulatedDevice::online() const {

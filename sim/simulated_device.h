@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -8,6 +9,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device_commands.h"
@@ -44,6 +46,8 @@ struct DeviceSnapshot {
 class SimulatedDevice {
 public:
     explicit SimulatedDevice(SimulatedDeviceConfig config);
+    /// Waits for a restart that is dropping links.
+    ~SimulatedDevice();
     SimulatedDevice(SimulatedDevice const&) = delete;
     SimulatedDevice& operator=(SimulatedDevice const&) = delete;
 
@@ -68,14 +72,17 @@ public:
 
     /// How long the device is away while it restarts into a firmware it took.
     static constexpr std::chrono::milliseconds kRestartDuration{3000};
+    /// How long after the answer that made it restart the device drops its
+    /// links, as a real one takes a moment to reboot: the host has the answer
+    /// in hand before its link ends.
+    static constexpr std::chrono::milliseconds kLinkDropDelay{200};
     /// False while the device restarts: its servers turn connections away, the
     /// hub finds it not, and it sends no announcements.
     bool online() const;
-    /// `dropLink` ends one network link when the device restarts. It runs on
-    /// the thread of the command that made the device restart, before that
-    /// command's answer is sent, which must still go out: shutting down the
-    /// reading side of the socket does just that. The number given back ends
-    /// the watch (unwatchRestart).
+    /// `dropLink` ends one network link when the device restarts, on a thread
+    /// of the device's own, kLinkDropDelay after the answer that made it
+    /// restart. The number given back ends the watch (unwatchRestart); once
+    /// that has returned, `dropLink` is not running and never runs again.
     uint64_t watchRestart(std::function<void()> dropLink);
     void unwatchRestart(uint64_t watch);
 
@@ -90,9 +97,14 @@ private:
     FaultInjector faults_;
     std::chrono::steady_clock::time_point offlineUntil_;  // guarded by mutex_
 
-    mutable std::mutex watchMutex_;  // guards the two below; taken after mutex_
+    void dropLinks();
+
+    mutable std::mutex watchMutex_;  // guards the four below; taken after mutex_
+    std::condition_variable watchWake_;
     std::map<uint64_t, std::function<void()>> restartWatches_;
     uint64_t nextWatch_ = 0;
+    bool destroying_ = false;
+    std::thread linkDropper_;  // started and joined under mutex_
 };
 
 }  // namespace sim
