@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, starts a small fleet of simulated battery
 # monitors on loopback addresses and opens Zelmor Manager on them, with the
-# hub relay of the simulator as its hub. Closing the manager stops the
+# hub relay of the simulator as its hub and its firmware file server as the
+# place where updates are looked for. Closing the manager stops the
 # simulator. Without a graphical desktop the manager runs on a virtual display
 # for DEMO_SECONDS (60) and leaves a screenshot behind.
 set -euo pipefail
@@ -37,10 +38,13 @@ Zelmor Manager is opening on a simulated fleet; closing it stops the simulator.
     known networks of "$(name_of 127.0.0.3)", and the networks in reach of
     "$(name_of $one_network)", which keeps one; their passwords are in
     docs/simulated-device.md (WiFi).
+  - The simulator's firmware file server on 127.0.0.1:7210 offers every device
+    the firmware one version up; a device that takes it restarts for a few seconds.
 
 TEXT
 
 export ZELMOR_HUB_HOST=127.0.0.1
+export ZELMOR_FIRMWARE_SERVER=127.0.0.1:7210
 if [[ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ]]; then
   "$bin"/gui/zelmor-manager
 else

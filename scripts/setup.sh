@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ make cmake pkg-config
   clang libclang-rt-14-dev
-  libssl-dev zlib1g-dev libfmt-dev
+  libssl-dev zlib1g-dev libfmt-dev libcurl4-openssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libhowardhinnant-date-dev tzdata
   libbluetooth-dev libdbus-1-dev dbus python3-dbusmock

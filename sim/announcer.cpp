@@ -84,6 +84,7 @@ void Announcer::announceLoop(uint32_t target) {
 void Announcer::announceRound(uint32_t target) {
     sockaddr_in const to = socketAddress(target, targetPort_);
     for (Sender const& sender : senders_) {
+        if (!sender.device->online()) continue;  // restarting: silent until it is back
         ZelmorScanner::Advertisement const ad = advertisementOf(*sender.device);
         if (!isNetworkModel(ad.hardwareRevision)) continue;
         std::vector<uint8_t> const datagram = encodeLanAnnouncement(ad, sender.address);

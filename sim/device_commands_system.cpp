@@ -19,6 +19,10 @@ Status firmwareFinish(CommandContext& c) {
     }
     c.device.firmwareVersion = *version;
     c.device.note("firmware updated to " + versionText(*version));
+    // The device restarts into the new firmware once this answer is out.
+    c.device.bootTime = c.device.battery.time();
+    c.device.restartRelay();
+    c.device.restartPending = true;
     return Status::Success;
 }
 

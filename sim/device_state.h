@@ -103,6 +103,9 @@ struct DeviceState {
     DeviceStatistics statistics;
     DeviceLog log;
     FirmwareUpdate firmware;
+    /// Raised by a firmware update the device took: SimulatedDevice then
+    /// drops its links and stays away for the restart.
+    bool restartPending = false;
     DebugArea debug;
 
     int64_t now() const { return clock(); }

@@ -40,10 +40,21 @@ bool Fleet::start() {
             return false;
         }
     }
+    if (plan_.firmwareServer) {
+        firmwareServer_.emplace(addressText(plan_.firmwareServer->address), plan_.firmwareServer->port,
+                                plan_.firmwareOffer);
+        for (auto const& device : devices_) firmwareServer_->addDevice(*device);
+        if (!firmwareServer_->start()) {
+            error_ = firmwareServer_->error();
+            stop();
+            return false;
+        }
+    }
     return true;
 }
 
 void Fleet::stop() {
+    firmwareServer_.reset();
     announcer_.reset();
     hub_.reset();
     servers_.clear();

@@ -8,6 +8,7 @@
 
 #include "announcer.h"
 #include "device_server.h"
+#include "firmware_server.h"
 #include "fleet_plan.h"
 #include "hub_relay.h"
 #include "simulated_device.h"
@@ -16,7 +17,7 @@ namespace sim {
 
 /// The devices of one simulator run and everything that serves them: a device
 /// server per device on the device's own address, the hub relay for all of
-/// them, and the announcer.
+/// them, the announcer and the firmware file server.
 class Fleet {
 public:
     /// Makes the devices, each with its pre-filled history and its faults. The
@@ -26,8 +27,9 @@ public:
     Fleet& operator=(Fleet const&) = delete;
     ~Fleet() { stop(); }
 
-    /// Starts every device server, then the hub relay and the announcer. On the
-    /// first failure stops what has started and gives false, with error().
+    /// Starts every device server, then the hub relay, the announcer and the
+    /// firmware file server. On the first failure stops what has started and
+    /// gives false, with error().
     bool start();
     /// Stops serving and announcing, joining every thread. Idempotent.
     void stop();
@@ -43,6 +45,7 @@ private:
     std::vector<std::unique_ptr<DeviceServer>> servers_;
     std::optional<HubRelay> hub_;
     std::optional<Announcer> announcer_;
+    std::optional<FirmwareServer> firmwareServer_;
     std::string error_;
 };
 

@@ -9,6 +9,7 @@
 
 #include "device_server.h"
 #include "fault_injection.h"
+#include "firmware_server.h"
 #include "hub_relay.h"
 #include "lan_announcement.h"
 #include "loopback_address.h"
@@ -61,6 +62,9 @@ struct FleetPlan {
     uint16_t devicePort = DeviceServer::kDefaultPort;
     std::optional<LoopbackEndpoint> hub = LoopbackEndpoint{kLocalHost, HubRelay::kDefaultPort};
     std::optional<LoopbackEndpoint> announceTo = LoopbackEndpoint{kLocalHost, kLanAnnouncementPort};
+    /// Where the firmware files are served; nothing: no file server.
+    std::optional<LoopbackEndpoint> firmwareServer = LoopbackEndpoint{kLocalHost, FirmwareServer::kDefaultPort};
+    FirmwareOffer firmwareOffer = FirmwareOffer::Newer;
 };
 
 /// A device plan, or a sentence telling the user what is wrong with the text.

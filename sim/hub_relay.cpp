@@ -24,7 +24,7 @@ SimulatedDevice* HubRelay::find(uint8_t const* hello, size_t length) {
         Zelmor::WifiAccessKey const key = device->accessKey();
         return std::equal(key.keyId.begin(), key.keyId.end(), hello + 1);
     });
-    return named != devices_.end() ? *named : nullptr;
+    return named != devices_.end() && (*named)->online() ? *named : nullptr;
 }
 
 }  // namespace sim

@@ -26,6 +26,7 @@ SessionConnection::SessionConnection(int socket, SessionRoute route)
 
 SessionConnection::~SessionConnection() {
     stop();
+    if (restartWatch_) device_->unwatchRestart(*restartWatch_);
     ::close(socket_);
 }
 
@@ -79,6 +80,9 @@ bool SessionConnection::openSession() {
         ::shutdown(socket_, SHUT_RDWR);
         return false;
     }
+    // A restart ends the link: the reading side shut, the device takes in
+    // nothing more, and what it has said still goes out before the end.
+    restartWatch_ = device_->watchRestart([this] { ::shutdown(socket_, SHUT_RD); });
     session_ = device_->openSession(route_.mode, [this](uint8_t const* data, size_t length) { queue(data, length); });
     // The hello is taken in even by a stalled device: losing it would turn the
     // host's next frames into a wrong hello and end the session.
@@ -152,8 +156,7 @@ void SessionConnection::writeLoop() {
             Clock::time_point const due = stopping_ ? Clock::now() : queue_.front().due;
             // A wait that is already due still sleeps until a timer fires:
             // wait only for chunks that are really held back.
-            if (stopping_ || (due > Clock::now() && wake_.wait_until(lock, due, [this] { return stopping_; })))
-                break;
+            if (stopping_ || (due > Clock::now() && wake_.wait_until(lock, due, [this] { return stopping_; }))) break;
             chunk = std::move(queue_.front());
             queue_.pop_front();
             writing_ = true;

@@ -15,6 +15,15 @@ constexpr uint64_t kFaultSeedSalt = 0x6661756C74730000ULL;
 SimulatedDevice::SimulatedDevice(SimulatedDeviceConfig config)
     : maxFramePayload_(config.maxFramePayload), state_(config), faults_(config.seed ^ kFaultSeedSalt) {}
 
+SimulatedDevice::~SimulatedDevice() {
+    {
+        std::lock_guard lock(watchMutex_);
+        destroying_ = true;
+    }
+    watchWake_.notify_all();
+    if (linkDropper_.joinable()) linkDropper_.join();
+}
+
 std::unique_ptr<DeviceSession> SimulatedDevice::openSession(SessionMode mode, SendFunction send) {
     return std::make_unique<DeviceSession>(*this, mode, std::move(send), maxFramePayload_);
 }
@@ -89,7 +98,37 @@ size_t SimulatedDevice::logRecordSize() const {
 CommandResult SimulatedDevice::execute(SessionState& session, uint16_t code, uint8_t const* payload, size_t length) {
     std::lock_guard lock(mutex_);
     state_.catchUp();
-    return executeCommand(state_, session, code, payload, length);
+    CommandResult result = executeCommand(state_, session, code, payload, length);
+    if (state_.restartPending) {
+        state_.restartPending = false;
+        offlineUntil_ = std::chrono::steady_clock::now() + kRestartDuration;
+        // An earlier restart's dropper ended long ago, at most kLinkDropDelay after it began.
+        if (linkDropper_.joinable()) linkDropper_.join();
+        linkDropper_ = std::thread([this] { dropLinks(); });
+    }
+    return result;
+}
+
+void SimulatedDevice::dropLinks() {
+    std::unique_lock lock(watchMutex_);
+    if (watchWake_.wait_for(lock, kLinkDropDelay, [this] { return destroying_; })) return;
+    for (auto const& watch : restartWatches_) watch.second();
+}
+
+bool SimulatedDevice::online() const {
+    std::lock_guard lock(mutex_);
+    return std::chrono::steady_clock::now() >= offlineUntil_;
+}
+
+uint64_t SimulatedDevice::watchRestart(std::function<void()> dropLink) {
+    std::lock_guard lock(watchMutex_);
+    restartWatches_.emplace(nextWatch_, std::move(dropLink));
+    return nextWatch_++;
+}
+
+void SimulatedDevice::unwatchRestart(uint64_t watch) {
+    std::lock_guard lock(watchMutex_);
+    restartWatches_.erase(watch);
 }
 
 }  // namespace sim

@@ -1,10 +1,15 @@
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "device_commands.h"
@@ -41,6 +46,8 @@ struct DeviceSnapshot {
 class SimulatedDevice {
 public:
     explicit SimulatedDevice(SimulatedDeviceConfig config);
+    /// Waits for a restart that is dropping links.
+    ~SimulatedDevice();
     SimulatedDevice(SimulatedDevice const&) = delete;
     SimulatedDevice& operator=(SimulatedDevice const&) = delete;
 
@@ -63,6 +70,22 @@ public:
 
     FaultInjector& faults() { return faults_; }
 
+    /// How long the device is away while it restarts into a firmware it took.
+    static constexpr std::chrono::milliseconds kRestartDuration{3000};
+    /// How long after the answer that made it restart the device drops its
+    /// links, as a real one takes a moment to reboot: the host has the answer
+    /// in hand before its link ends.
+    static constexpr std::chrono::milliseconds kLinkDropDelay{200};
+    /// False while the device restarts: its servers turn connections away, the
+    /// hub finds it not, and it sends no announcements.
+    bool online() const;
+    /// `dropLink` ends one network link when the device restarts, on a thread
+    /// of the device's own, kLinkDropDelay after the answer that made it
+    /// restart. The number given back ends the watch (unwatchRestart); once
+    /// that has returned, `dropLink` is not running and never runs again.
+    uint64_t watchRestart(std::function<void()> dropLink);
+    void unwatchRestart(uint64_t watch);
+
 private:
     friend class DeviceSession;
 
@@ -72,6 +95,16 @@ private:
     mutable std::mutex mutex_;
     DeviceState state_;
     FaultInjector faults_;
+    std::chrono::steady_clock::time_point offlineUntil_;  // guarded by mutex_
+
+    void dropLinks();
+
+    mutable std::mutex watchMutex_;  // guards the four below; taken after mutex_
+    std::condition_variable watchWake_;
+    std::map<uint64_t, std::function<void()>> restartWatches_;
+    uint64_t nextWatch_ = 0;
+    bool destroying_ = false;
+    std::thread linkDropper_;  // started and joined under mutex_
 };
 
 }  // namespace sim

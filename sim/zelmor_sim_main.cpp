@@ -21,8 +21,9 @@ namespace {
 
 constexpr char const* kDescription =
     "Simulated Zelmor battery monitors, served on loopback addresses: each device on its own address "
-    "(127.0.0.2, 127.0.0.3, ...) on TCP port 7208, the hub relay for every device on 127.0.0.1:7209, and LAN "
-    "announcements to 127.0.0.1:7207 once a second. Nothing is ever sent outside 127.0.0.0/8. Without --device "
+    "(127.0.0.2, 127.0.0.3, ...) on TCP port 7208, the hub relay for every device on 127.0.0.1:7209, LAN "
+    "announcements to 127.0.0.1:7207 once a second, and the firmware files over HTTP on 127.0.0.1:7210. Nothing is "
+    "ever sent outside 127.0.0.0/8. Without --device "
     "it runs a Zelmor-K, a Zelmor-V and a Zelmor-V locked with a user password. Fault options apply to every "
     "device; a device's own keys override them.";
 
@@ -45,6 +46,8 @@ struct Options {
     bool noHub = false;
     std::string announceTo = sim::endpointText({sim::kLocalHost, kLanAnnouncementPort});
     bool noAnnounce = false;
+    std::string firmwareServer = sim::endpointText({sim::kLocalHost, sim::FirmwareServer::kDefaultPort});
+    std::string firmware = "newer";
     bool porcelain = false;
 };
 
@@ -82,6 +85,14 @@ void addOptions(CLI::App& app, Options& o) {
     app.add_option("--announce-to", o.announceTo, "Loopback address[:port] the announcements go to")
         ->capture_default_str();
     app.add_flag("--no-announce", o.noAnnounce, "Send no announcements");
+    app.add_option("--firmware-server", o.firmwareServer,
+                   "Loopback address[:port] of the firmware file server (port 7210 by default)")
+        ->capture_default_str();
+    app.add_option("--firmware", o.firmware,
+                   "What the firmware file server offers each device: newer, older, equal, corrupt (CRC broken), "
+                   "slow (body over 5 s), stall (half the body, then nothing), 404, or none (no server)")
+        ->type_name("MODE")
+        ->capture_default_str();
     app.add_flag("--porcelain", o.porcelain,
                  "Print one JSON line per device, then \"ready\" once every listener is up");
     app.callback([&o, delay] { o.delayShareGiven = delay->count() > 0; });
@@ -120,6 +131,15 @@ std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
         if (!fleet.announceTo)
             return "--announce-to " + o.announceTo + ": only a numeric loopback address[:port] (127.0.0.0/8)";
     }
+    fleet.firmwareServer = std::nullopt;
+    if (o.firmware != "none") {
+        std::optional<sim::FirmwareOffer> const offer = sim::parseFirmwareOffer(o.firmware);
+        if (!offer) return "--firmware " + o.firmware + ": one of newer, older, equal, corrupt, slow, stall, 404, none";
+        fleet.firmwareOffer = *offer;
+        fleet.firmwareServer = sim::parseLoopbackEndpoint(o.firmwareServer, sim::FirmwareServer::kDefaultPort);
+        if (!fleet.firmwareServer)
+            return "--firmware-server " + o.firmwareServer + ": only a numeric loopback address[:port] (127.0.0.0/8)";
+    }
     return fleet;
 }
 
@@ -136,6 +156,9 @@ void printFleet(sim::Fleet& fleet, bool porcelain) {
     } else {
         if (plan.hub) fmt::print("Hub relay on {} for every device.\n", sim::endpointText(*plan.hub));
         if (plan.announceTo) fmt::print("Announcing to {} once a second.\n", sim::endpointText(*plan.announceTo));
+        if (plan.firmwareServer)
+            fmt::print("Firmware files ({}) on http://{}\n", sim::firmwareOfferName(plan.firmwareOffer),
+                       sim::endpointText(*plan.firmwareServer));
         fmt::print("Ready; Ctrl-C stops.\n");
     }
     std::fflush(stdout);
