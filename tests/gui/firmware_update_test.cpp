@@ -41,6 +41,13 @@ std::string label(wxWindow& dialog, char const* name) {
     return wxStaticCast(wxWindow::FindWindowByName(name, &dialog), wxStaticText)->GetLabel().utf8_string();
 }
 
+/// The screenshot of a dialog whose labels just changed: GTK gives the
+/// labels their new size and draws them in its own time.
+void screenshot(wxWindow& dialog, std::string const& name) {
+    waitFor([] { return false; }, 300);
+    saveScreenshot(dialog, name);
+}
+
 bool checked(GuiAbout& about) {
     return waitFor([&] { return label(about, "result") != kCheckingForUpdate; });
 }
@@ -108,7 +115,7 @@ TEST(FirmwareUpdateTest, CheckOffersOnlyASoundNewerImage) {
         ASSERT_TRUE(checked(about));
         EXPECT_EQ(label(about, "result"), text);
         EXPECT_EQ(about.FindWindow(GuiAbout::kUpdateId)->IsEnabled(), text == kUpdateAvailable);
-        if (offer == std::string("newer")) saveScreenshot(about, "about_update_available");
+        if (offer == std::string("newer")) screenshot(about, "about_update_available");
     }
 }
 
@@ -146,7 +153,7 @@ TEST(FirmwareUpdateTest, CancelStopsTheTransferAndTheDeviceGoesOnWithItsFirmware
     ASSERT_TRUE(checked(about));
     update(about, [](GuiDFUProgress& progress) {
         ASSERT_TRUE(waitFor([&] { return label(progress, "status") != "Starting ..."; }));
-        saveScreenshot(progress, "firmware_progress");
+        screenshot(progress, "firmware_progress");
         click(progress, wxID_CANCEL);
     });
     // No error box (the hook fails on any), and About ends as cancelled.
