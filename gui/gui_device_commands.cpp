@@ -7,6 +7,8 @@
 
 #include "auth_key.h"
 #include "device_link.h"
+#include "firmware_update_text.h"
+#include "gui_about.h"
 #include "gui_calibrate_dialog.h"
 #include "gui_chart.h"
 #include "gui_device.h"
@@ -327,5 +329,13 @@ void GuiDevice::OnMenuSettingsCalibrateCurrent(wxCommandEvent&) {
 }
 
 void GuiDevice::OnMenuAbout(wxCommandEvent&) {
-    showMessage(wxString::FromUTF8(deviceAboutText(info_)), "About", wxOK | wxCENTRE);
+    GuiAbout about(this, "About", *device_);
+    showModal(about);
+    // Its own answer, not the guard's: a device that took a new firmware
+    // restarts at once, and the link's end may already have reached the
+    // window. The user is told all the same not to cut the power.
+    if (about.GetReturnCode() != wxID_OK) return;
+    showMessage(kFirmwareReceived, "Info");
+    // The ordinary end of a link follows, which closes the window.
+    device_->disconnect();
 }

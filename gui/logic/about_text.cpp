@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
-std::string aboutText() {
-    return fmt::format("{} v{:X}.{:02X}.\n\n", kProgramName, kProgramVersion >> 8, kProgramVersion & 0xFF);
+std::string programLine() {
+    return fmt::format("{} v{:X}.{:02X}.", kProgramName, kProgramVersion >> 8, kProgramVersion & 0xFF);
 }
+
+std::string aboutText() { return programLine() + "\n\n"; }
