@@ -3,7 +3,6 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "about_text.h"
 #include "hardware_revision.h"
 
 namespace {
@@ -29,12 +28,6 @@ std::string clockQuestion(std::time_t now) {
     std::tm local{};
     localtime_r(&now, &local);
     return fmt::format("The device clock will be set to:\n{:%I:%M %p} - {:%b %d, %Y}", local, local);
-}
-
-std::string deviceAboutText(Zelmor::DeviceInfo const& info) {
-    return aboutText() + fmt::format("Device: {}\nModel: {}\nDevice serial: {:016X}\nFirmware: v{:X}.{:02X}", info.name,
-                                     modelName(info.hardwareRevision), info.serial, info.firmwareVersion >> 8,
-                                     info.firmwareVersion & 0xFF);
 }
 
 std::string pairingInstructions(std::string const& name) {

@@ -40,8 +40,5 @@ inline constexpr char kFactoryResetQuestion[] =
 /// time zone.
 std::string clockQuestion(std::time_t now);
 
-/// The program's identity, then the device's: name, model, serial, firmware.
-std::string deviceAboutText(Zelmor::DeviceInfo const& info);
-
 /// What the user is told after pairing.
 std::string pairingInstructions(std::string const& name);
