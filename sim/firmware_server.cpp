@@ -118,29 +118,17 @@ bool FirmwareServer::start() {
         fail(fmt::format("Cannot serve firmware on {}: not a numeric loopback address (127.0.0.0/8)", address_));
         return false;
     }
-    std::string const where = endpointText({*address, port_});
-    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string error;
+    uint16_t bound = 0;
+    int const fd = listenOn({*address, port_}, kBacklog, bound, error);
     if (fd < 0) {
-        fail(fmt::format("Cannot serve firmware on {}: {}", where, std::strerror(errno)));
-        return false;
-    }
-    int const one = 1;
-    sockaddr_in bound{};
-    bound.sin_family = AF_INET;
-    bound.sin_port = htons(port_);
-    bound.sin_addr.s_addr = htonl(*address);
-    socklen_t boundLength = sizeof bound;
-    if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0 ||
-        ::bind(fd, reinterpret_cast<sockaddr const*>(&bound), sizeof bound) != 0 || ::listen(fd, kBacklog) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &boundLength) != 0) {
-        fail(fmt::format("Cannot serve firmware on {}: {}", where, std::strerror(errno)));
-        ::close(fd);
+        fail(fmt::format("Cannot serve firmware on {}: {}", endpointText({*address, port_}), error));
         return false;
     }
     listener_ = fd;
     {
         std::lock_guard lock(mutex_);
-        boundPort_ = ntohs(bound.sin_port);
+        boundPort_ = bound;
         stopping_ = false;
     }
     acceptThread_ = std::thread([this] { acceptLoop(); });

@@ -1,8 +1,13 @@
 #include "loopback_address.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <charconv>
+#include <cstring>
 
 #include <fmt/core.h>
 
@@ -37,6 +42,29 @@ std::string addressText(uint32_t address) {
 
 std::string endpointText(LoopbackEndpoint const& endpoint) {
     return fmt::format("{}:{}", addressText(endpoint.address), endpoint.port);
+}
+
+int listenOn(LoopbackEndpoint const& endpoint, int backlog, uint16_t& boundPort, std::string& error) {
+    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) {
+        error = std::strerror(errno);
+        return -1;
+    }
+    int const one = 1;
+    sockaddr_in bound{};
+    bound.sin_family = AF_INET;
+    bound.sin_port = htons(endpoint.port);
+    bound.sin_addr.s_addr = htonl(endpoint.address);
+    socklen_t boundLength = sizeof bound;
+    if (::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one) != 0 ||
+        ::bind(fd, reinterpret_cast<sockaddr const*>(&bound), sizeof bound) != 0 || ::listen(fd, backlog) != 0 ||
+        ::getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &boundLength) != 0) {
+        error = std::strerror(errno);
+        ::close(fd);
+        return -1;
+    }
+    boundPort = ntohs(bound.sin_port);
+    return fd;
 }
 
 }  // namespace sim

@@ -32,4 +32,9 @@ std::string addressText(uint32_t address);
 /// "a.b.c.d:port".
 std::string endpointText(LoopbackEndpoint const& endpoint);
 
+/// A TCP socket (SO_REUSEADDR, close-on-exec) listening on `endpoint` (port 0:
+/// a free one), its bound port in `boundPort`; -1 on failure, with the
+/// system's message in `error`.
+int listenOn(LoopbackEndpoint const& endpoint, int backlog, uint16_t& boundPort, std::string& error);
+
 }  // namespace sim

@@ -1,8 +1,5 @@
 #include "firmware_update_text.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -14,16 +11,9 @@
 #include "bluetooth_address.h"
 #include "firmware_download.h"
 #include "hardware_revision.h"
+#include "local_device_cells.h"
 
 namespace {
-
-std::string ipv4Text(uint32_t networkOrder) {
-    char text[INET_ADDRSTRLEN] = {};
-    in_addr address{};
-    address.s_addr = networkOrder;
-    ::inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
 
 // The record carries the address's fields in the order they are written.
 uint64_t bluetoothAddressValue(std::array<uint8_t, 6> const& fields) {

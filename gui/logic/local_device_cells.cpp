@@ -41,14 +41,6 @@ std::string chargeText(int64_t milliampHours) {
                                        : fmt::format("{:.2f} Ah", ampHours);
 }
 
-std::string ipv4Text(uint32_t networkOrder) {
-    char text[INET_ADDRSTRLEN] = {};
-    in_addr address{};
-    address.s_addr = networkOrder;
-    ::inet_ntop(AF_INET, &address, text, sizeof text);
-    return text;
-}
-
 std::string addressText(Advertisement const& a) {
     return a.source == Advertisement::Source::Bluetooth ? formatBluetoothAddress(a.bluetoothAddress)
                                                         : ipv4Text(a.ipAddress);
@@ -57,6 +49,14 @@ std::string addressText(Advertisement const& a) {
 std::string rssiText(int16_t rssi) { return rssi == kRssiNotAvailable ? std::string() : fmt::format("{}dBm", rssi); }
 
 }  // namespace
+
+std::string ipv4Text(uint32_t networkOrder) {
+    char text[INET_ADDRSTRLEN] = {};
+    in_addr address{};
+    address.s_addr = networkOrder;
+    ::inet_ntop(AF_INET, &address, text, sizeof text);
+    return text;
+}
 
 std::span<ListColumn const> localDeviceColumns() { return kColumns; }
 

@@ -22,3 +22,7 @@ std::span<ListColumn const> localDeviceColumns();
 /// Readings the device does not report (second voltage, state of charge,
 /// runtime, signal strength) leave their cells empty.
 std::vector<std::string> localDeviceCells(ZelmorScanner::Advertisement const& advertisement);
+
+/// A device's IPv4 address, as the records carry it (network byte order), in
+/// dotted text: "192.168.1.20".
+std::string ipv4Text(uint32_t networkOrder);
