@@ -73,6 +73,11 @@ bool writeAll(int socket, uint8_t const* data, size_t length) {
     return true;
 }
 
+// The device's MTU capped at ours. A value below the protocol's minimum of 23
+// (a device that offers 3 or less) would leave no room for a single byte of a
+// write command; every link carries 23 bytes, so that is what is used.
+uint16_t usableMtu(uint16_t offered) { return std::clamp(offered, BluetoothLE::kDefaultMtu, BluetoothLE::kMaxMtu); }
+
 // A read of 0 bytes is either a zero-length PDU or the peer's close.
 bool peerClosed(int socket) {
     pollfd ready{socket, POLLIN, 0};
@@ -192,6 +197,7 @@ bool BluetoothLE::becomeConnected(int socket) {
     {
         std::lock_guard lock(mutex_);
         queue_.clear();
+        answering_ = false;
         linkUp_ = true;
     }
     state_ = State::Connected;
@@ -322,7 +328,7 @@ void BluetoothLE::sendFront() {
     std::vector<uint8_t> pdu;
     {
         std::lock_guard lock(mutex_);
-        if (queue_.empty() || queue_.front().sent) return;
+        if (answering_ || queue_.empty() || queue_.front().sent) return;
         queue_.front().sent = true;
         pdu = queue_.front().pdu;
     }
@@ -360,7 +366,7 @@ void BluetoothLE::onMtuRequest(uint8_t const* pdu, size_t length) {
         fail(DisconnectReason::ErrorResponse);
         return;
     }
-    mtu_ = std::min(readLe<uint16_t>(pdu + 1), kMaxMtu);
+    mtu_ = usableMtu(readLe<uint16_t>(pdu + 1));
     std::vector<uint8_t> answer;
     ByteWriter(answer).write<uint8_t>(kExchangeMtuResponse).write<uint16_t>(kMaxMtu);
     send(answer);
@@ -419,12 +425,16 @@ void BluetoothLE::onAnswer(uint8_t const* pdu, size_t length) {
         {kPrepareWriteRequest, &BluetoothLE::onWriteAnswer},
         {kExecuteWriteRequest, &BluetoothLE::onWriteAnswer},
     };
+    // The answered request leaves the queue, but the link counts as busy until
+    // its handler has run: a continuation it puts at the front must go out
+    // before a request another thread queued meanwhile.
     Request request;
     {
         std::lock_guard lock(mutex_);
         if (!queue_.empty() && queue_.front().sent) {
             request = std::move(queue_.front());
             queue_.pop_front();
+            answering_ = true;
         }
     }
     uint8_t const opcode = pdu[0] & kOpcodeMask;
@@ -438,6 +448,10 @@ void BluetoothLE::onAnswer(uint8_t const* pdu, size_t length) {
         return;
     }
     (this->*route->handle)(request, pdu, length);
+    {
+        std::lock_guard lock(mutex_);
+        answering_ = false;
+    }
     if (running_) sendFront();
 }
 
@@ -447,7 +461,7 @@ void BluetoothLE::onMtuAnswer(Request& request, uint8_t const* pdu, size_t lengt
     } else if (length < 3) {
         fail(DisconnectReason::ProtocolViolation);
     } else {
-        mtu_ = std::min(readLe<uint16_t>(pdu + 1), kMaxMtu);
+        mtu_ = usableMtu(readLe<uint16_t>(pdu + 1));
         if (request.onDone) request.onDone();
     }
 }

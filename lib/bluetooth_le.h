@@ -137,7 +137,7 @@ public:
     int8_t getRssi();
 
     /// Queues an Exchange MTU Request; done runs when the answer set the MTU
-    /// to the device's value capped at 512, whatever was asked.
+    /// to the device's value kept within 23 and 512, whatever was asked.
     void exchangeMtu(unsigned mtu, Done done);
     /// Discovers services, characteristics and configuration descriptors and
     /// joins them into services(); then done.
@@ -225,7 +225,8 @@ private:
 
     std::mutex mutex_;
     std::deque<Request> queue_;
-    bool linkUp_ = false;  // requests are taken
+    bool linkUp_ = false;     // requests are taken
+    bool answering_ = false;  // an answer's handler runs: nothing goes out meanwhile
 
     std::mutex callbackMutex_;
     std::function<void()> connected_;

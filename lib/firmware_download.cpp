@@ -2,24 +2,17 @@
 
 #include <curl/curl.h>
 
-#include <charconv>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <mutex>
 
 #include <fmt/core.h>
 
+#include "millisecond_setting.h"
+
 namespace {
 
-long timeoutMs() {
-    char const* const text = std::getenv(kFirmwareTimeoutVariable);
-    if (text == nullptr) return kFirmwareDownloadTimeoutMs;
-    long value = 0;
-    char const* const end = text + std::strlen(text);
-    auto const [stop, error] = std::from_chars(text, end, value);
-    return error == std::errc() && stop == end && value > 0 ? value : kFirmwareDownloadTimeoutMs;
-}
+long timeoutMs() { return millisecondSetting(std::getenv(kFirmwareTimeoutVariable), kFirmwareDownloadTimeoutMs); }
 
 struct Transfer {
     std::vector<uint8_t> body;

@@ -1,19 +1,22 @@
 #include "zelmor_impl.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
+#include <cstdlib>
 #include <optional>
 #include <vector>
 
+#include "millisecond_setting.h"
 #include "zelmor_gatt.h"
 
 namespace {
@@ -69,7 +72,9 @@ std::optional<Zelmor::DisconnectReason> deviceReason(BluetoothLE::DisconnectReas
 }  // namespace
 
 ZelmorImpl::ZelmorImpl(std::string hubHost, BluetoothHost& bluetoothHost)
-    : hubHost_(std::move(hubHost)), ble_(bluetoothHost) {
+    : hubHost_(std::move(hubHost)),
+      connectTimeoutMs_(millisecondSetting(std::getenv(kConnectTimeoutVariable), kConnectTimeoutMs)),
+      ble_(bluetoothHost) {
     ble_.setConnectedCallback([this] { bleConnected(); });
     ble_.setDisconnectedCallback([this](BluetoothLE::DisconnectReason reason) { bleDisconnected(reason); });
 }
@@ -118,14 +123,8 @@ void ZelmorImpl::connectLan(unsigned int ip) {
 }
 
 void ZelmorImpl::connectBle(unsigned long address) {
-    {
-        std::lock_guard lock(socketMutex_);
-        socket_ = -1;
-    }
-    hub_.store(false);
-    commandCharacteristic_.store(nullptr);
-    liveDataCharacteristic_.store(nullptr);
-    liveData_.reset();
+    // A TCP link on its way or up stays as it is, as a Bluetooth LE one does.
+    if (running_.load()) return;
     try {
         ble_.connect(address, false);
     } catch (BluetoothLE::Exception const&) {
@@ -197,18 +196,10 @@ int16_t ZelmorImpl::getRssi() { return ble_.getRssi(); }
 
 void ZelmorImpl::tcpThread(unsigned int ip, unsigned short port, WifiAccessKey accessKey) {
     connectionThreadId_.store(std::this_thread::get_id());
-    int const fd = ::socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
     if (fd >= 0 && setOption(fd, IPPROTO_TCP, TCP_NODELAY) && setOption(fd, IPPROTO_TCP, TCP_QUICKACK)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = ip;
         advanceReason(DisconnectReason::ConnectionLost, DisconnectReason::ConnectFailed);
-        int connected;
-        do {
-            connected = ::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address);
-        } while (connected != 0 && errno == EINTR);
-        if (connected == 0) {
+        if (connectSocket(fd, ip, port)) {
             advanceReason(DisconnectReason::ConnectFailed, DisconnectReason::ConnectionLost);
             if (running_.load()) runLink(fd, accessKey);
         }
@@ -223,9 +214,34 @@ void ZelmorImpl::tcpThread(unsigned int ip, unsigned short port, WifiAccessKey a
     notifyDisconnected(reason_.load());
 }
 
+// The connect is watched in waits of kEpollWaitMs, as the link is: a
+// disconnect abandons it within one wait instead of after the system's own
+// time-out of about two minutes.
+bool ZelmorImpl::connectSocket(int fd, unsigned int ip, unsigned short port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = ip;
+    if (::connect(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0) return true;
+    if (errno != EINPROGRESS) return false;
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(connectTimeoutMs_);
+    while (running_.load()) {
+        auto const left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+        if (left <= 0) return false;
+        pollfd writable{fd, POLLOUT, 0};
+        int const ready = ::poll(&writable, 1, static_cast<int>(std::min<long>(left, kEpollWaitMs)));
+        if (ready < 0 && errno != EINTR) return false;
+        if (ready > 0) {
+            int error = 0;
+            socklen_t length = sizeof error;
+            return ::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 && error == 0;
+        }
+    }
+    return false;
+}
+
 void ZelmorImpl::runLink(int fd, WifiAccessKey const& accessKey) {
-    int const flags = ::fcntl(fd, F_GETFL);
-    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0) return;
     FdGuard epoll(::epoll_create1(EPOLL_CLOEXEC));
     if (epoll.get() < 0) return;
     epoll_event event{};
@@ -288,6 +304,8 @@ void ZelmorImpl::sendBle(uint8_t const* data, unsigned long length) {
 }
 
 void ZelmorImpl::bleConnected() {
+    // What a previous link left in the decoder is not the start of a record.
+    liveData_.reset();
     try {
         ble_.exchangeMtu(kBluetoothMtu, [] {});
         ble_.discoverServices([this] { bleServicesDiscovered(); });
@@ -321,7 +339,6 @@ void ZelmorImpl::bleServicesDiscovered() {
     command->handler = [this](uint8_t const* data, size_t length) { receiveBytes(data, length); };
     liveData->handler = [this](uint8_t const* data, size_t length) { bleLiveData(data, length); };
     commandCharacteristic_.store(command);
-    liveDataCharacteristic_.store(liveData);
     try {
         command->setNotify(true, false, [] {});
         liveData->setNotify(true, false, [] {});
@@ -338,6 +355,8 @@ void ZelmorImpl::bleServicesDiscovered() {
 }
 
 void ZelmorImpl::bleDisconnected(BluetoothLE::DisconnectReason reason) {
+    // The next link finds its own command characteristic; until then nothing is written.
+    commandCharacteristic_.store(nullptr);
     stopThread();
     if (std::optional<DisconnectReason> const mapped = deviceReason(reason)) notifyDisconnected(*mapped);
 }

@@ -31,6 +31,14 @@ public:
     static constexpr int kEpollWaitMs = 50;
     /// Asked for before discovery so that most frames fit in one write.
     static constexpr unsigned kBluetoothMtu = 247;
+    /// How long a TCP connect may take before the link reports ConnectFailed,
+    /// unless ZELMOR_CONNECT_TIMEOUT_MS says otherwise. The system would try
+    /// for about two minutes; a device on the LAN answers within milliseconds
+    /// and the hub over a slow satellite link within a second, so five seconds
+    /// leave room for two lost SYNs (the system sends them again after one and
+    /// after three seconds) and no more.
+    static constexpr long kConnectTimeoutMs = 5000;
+    static constexpr char kConnectTimeoutVariable[] = "ZELMOR_CONNECT_TIMEOUT_MS";
 
     /// `bluetoothHost`: the Bluetooth stack the GATT client runs on.
     explicit ZelmorImpl(std::string hubHost = hubHostSetting(), BluetoothHost& bluetoothHost = kernelBluetoothHost());
@@ -45,12 +53,13 @@ public:
     /// ip in network byte order.
     void connectLan(unsigned int ip) override;
     /// Connects to a Bluetooth LE model, always as an LE random address; the
-    /// first text field of the address is its most significant byte.
+    /// first text field of the address is its most significant byte. While a
+    /// link of either kind is on its way or up, nothing changes.
     void connectBle(unsigned long address) override;
-    /// Ends a TCP link (reason ClosedLocally) and waits for its thread, at most
-    /// one 50 ms wait; ends a connected Bluetooth LE link. Nothing while a
-    /// Bluetooth LE link is still connecting. Never call it from the disconnect
-    /// callback.
+    /// Ends a TCP link (reason ClosedLocally), a connect in progress included,
+    /// and waits for its thread, at most one 50 ms wait; ends a connected
+    /// Bluetooth LE link. Nothing while a Bluetooth LE link is still
+    /// connecting. Never call it from the disconnect callback.
     void disconnect() override;
     /// TCP: one write of the whole frame; a short write ends the link
     /// (ClosedLocally). Bluetooth LE: write commands of MTU - 3 bytes each, only
@@ -68,6 +77,9 @@ public:
 
 private:
     void tcpThread(unsigned int ip, unsigned short port, WifiAccessKey accessKey);
+    /// Connects the non-blocking socket within the connect time-out; false when
+    /// it failed, timed out or the link was ended meanwhile.
+    bool connectSocket(int fd, unsigned int ip, unsigned short port);
     /// Steps 3 to 7 of a link on a connected socket: returns when it ends.
     void runLink(int fd, WifiAccessKey const& accessKey);
     /// Reads what the socket holds and hands it to the engine; false when the
@@ -86,6 +98,7 @@ private:
     void sendBle(uint8_t const* data, unsigned long length);
 
     std::string const hubHost_;
+    long const connectTimeoutMs_;
     std::mutex threadMutex_;  // guards connectionThread_ against two joiners
     std::thread connectionThread_;
     // The running TCP thread, known without the mutex so that the thread can
@@ -99,11 +112,10 @@ private:
     std::mutex socketMutex_;
     int socket_ = -1;
 
-    // The two characteristics of the device service, found by discovery; they
-    // point into the GATT client's service list.
+    // The command characteristic of the device service, found by discovery; it
+    // points into the GATT client's service list.
     std::atomic<BluetoothLE::Characteristic*> commandCharacteristic_{nullptr};
-    std::atomic<BluetoothLE::Characteristic*> liveDataCharacteristic_{nullptr};
-    LiveDataDecoder liveData_;  // connection thread only
+    LiveDataDecoder liveData_;  // the GATT client's connection thread only
     // Last, so that its thread ends before the members it calls into go away.
     BluetoothLE ble_;
 };

@@ -77,7 +77,7 @@ AttServer::Route const AttServer::kRoutes[] = {
 };
 
 AttServer::AttServer(int socket, uint16_t serverMtu)
-    : socket_(socket), serverMtu_(std::max(serverMtu, kMinimumMtu)), buffer_(kReceiveBufferSize) {}
+    : socket_(socket), serverMtu_(serverMtu), buffer_(kReceiveBufferSize) {}
 
 AttServer::~AttServer() { ::close(socket_); }
 

@@ -45,8 +45,9 @@ public:
     /// A value the client wrote, by request or by command.
     using WriteFunction = std::function<void(uint8_t const* data, size_t length)>;
 
-    /// `serverMtu` is what the server offers when the client exchanges MTUs;
-    /// values below 23 count as 23.
+    /// `serverMtu` is what the server offers when the client exchanges MTUs,
+    /// as given: a value below 23 plays a device that offers one. The link
+    /// itself never goes below 23.
     explicit AttServer(int socket, uint16_t serverMtu = kDefaultMtu);
     ~AttServer();
     AttServer(AttServer const&) = delete;

@@ -20,7 +20,8 @@ class SimulatedDevice;
 
 /// How one simulated Bluetooth LE device presents itself on a link.
 struct BlePeerOptions {
-    /// What the device offers when the host exchanges MTUs.
+    /// What the device offers when the host exchanges MTUs; below 23 it is
+    /// a faulty device's offer.
     uint16_t mtu = AttServer::kDefaultMtu;
     /// A third characteristic in the device's service, as a device running
     /// firmware of another make would have.

@@ -1,8 +1,6 @@
 #include "firmware_update_text.h"
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
 #include <limits>
 
 #include <fmt/core.h>
@@ -12,6 +10,7 @@
 #include "firmware_download.h"
 #include "hardware_revision.h"
 #include "local_device_cells.h"
+#include "millisecond_setting.h"
 
 namespace {
 
@@ -43,13 +42,7 @@ AboutIdentity aboutIdentity(Zelmor::DeviceInfo const& info) {
 }
 
 unsigned firmwareCheckTimeoutSeconds(char const* setting) {
-    long milliseconds = kFirmwareDownloadTimeoutMs;
-    if (setting != nullptr) {
-        char const* const end = setting + std::strlen(setting);
-        long given = 0;
-        auto const [stop, error] = std::from_chars(setting, end, given);
-        if (error == std::errc() && stop == end && given > 0) milliseconds = given;
-    }
+    long const milliseconds = millisecondSetting(setting, kFirmwareDownloadTimeoutMs);
     long const seconds = milliseconds / 1000 + (milliseconds % 1000 != 0 ? 1 : 0);
     return static_cast<unsigned>(std::min<long>(seconds, std::numeric_limits<unsigned>::max()));
 }

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <sstream>
 
@@ -15,7 +16,9 @@
 #include "hex.h"
 #include "log_record.h"
 #include "loopback_peers.h"
+#include "reports.h"
 #include "simulated_device.h"
+#include "unanswered_address.h"
 #include "zelmorctl_fleet.h"
 
 namespace {
@@ -264,11 +267,13 @@ TEST(ZelmorctlPasswords, LockedDeviceRefusesUntilUnlocked) {
 
 TEST(ZelmorctlLinks, LinksThatCannotBeMadeEndTheCommand) {
     SimFleet fleet({"--no-announce", "--device", "V"});
+    UnansweredAddress const silent("127.0.0.98", ZelmorImpl::kDevicePort);
     std::string const link = fleet.device(0).link;
     std::vector<std::string> const elsewhere{"ZELMOR_HUB_HOST=127.0.0.99"};
     // Each row: arguments, environment, exit status, standard error.
     std::vector<std::tuple<std::vector<std::string>, std::vector<std::string>, int, std::string>> const rows{
         {{"--lan", "127.0.0.99", "info"}, {}, 3, "Device failed to connect\n"},
+        {{"--lan", "127.0.0.98", "info"}, {"ZELMOR_CONNECT_TIMEOUT_MS=300"}, 3, "Device failed to connect\n"},
         {{"--link", link, "info"}, elsewhere, 3, "Device failed to connect\n"},
         {{"--link", link, "--hub", "127.0.0.1", "info"}, elsewhere, 0, ""},
         {{"--link", "http://zelmor.link?n=", "info"}, {}, 2, "The link does not start with https://\n"},
@@ -282,6 +287,23 @@ TEST(ZelmorctlLinks, LinksThatCannotBeMadeEndTheCommand) {
         ProgramRun const run = zelmorctl(arguments, environment);
         EXPECT_EQ(run.status, status);
         EXPECT_EQ(run.err, err);
+    }
+}
+
+// Ctrl-C while the device's address does not answer ends the command at
+// once. The address answers again as the signal goes, so a connect left
+// running would get through with the system's next SYN; the device sees none.
+TEST(ZelmorctlLinks, CtrlCWhileConnectingEndsTheCommandAtOnce) {
+    for (char const* command : {"info", "monitor"}) {
+        SCOPED_TRACE(command);
+        UnansweredAddress device("127.0.0.97", ZelmorImpl::kDevicePort);
+        ChildProcess run(ZELMORCTL_PATH, {"--lan", "127.0.0.97", command});
+        ASSERT_TRUE(eventually([&] { return device.connectPending(); }));
+        device.answerAgain();
+        ASSERT_TRUE(run.signal(SIGINT));
+        EXPECT_EQ(run.wait(kReportPatience), 128 + SIGINT);
+        EXPECT_FALSE(device.connectPending());
+        EXPECT_FALSE(device.reached());
     }
 }
 

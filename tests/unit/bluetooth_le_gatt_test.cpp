@@ -8,12 +8,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -64,6 +66,15 @@ public:
     void send(std::string const& bytes) {
         std::vector<uint8_t> const pdu = fromHex(bytes);
         ASSERT_EQ(::send(socket_, pdu.data(), pdu.size(), MSG_NOSIGNAL), static_cast<ssize_t>(pdu.size()));
+    }
+
+    /// The next PDU the client sends; empty when it closed or stayed silent.
+    std::vector<uint8_t> receive() {
+        pollfd ready{socket_, POLLIN, 0};
+        uint8_t buffer[1024];
+        if (::poll(&ready, 1, static_cast<int>(kReportPatience.count() * 1000)) <= 0) return {};
+        ssize_t const received = ::recv(socket_, buffer, sizeof buffer, MSG_DONTWAIT);
+        return std::vector<uint8_t>(buffer, buffer + std::max<ssize_t>(received, 0));
     }
 
     /// Plays the script; the first difference fails with both PDUs in hexadecimal.
@@ -238,7 +249,8 @@ std::string ended(Reason reason) { return "link ended, reason " + std::to_string
 // One row, one exchange on a fresh link: what the operation finished with, or
 // how the link ended. At the default MTU of 23 reads answered with 22 bytes
 // continue and writes of more than 20 bytes go out in Prepare Write pieces of
-// 18. The client takes the device's MTU capped at 512, whatever it asked.
+// 18. The client takes the device's MTU kept within 23 and 512, whatever it
+// asked.
 TEST(BluetoothLEExchanges, EachSendsItsPdusByteForByte) {
     auto const echo = [](std::string const& request) { return toClient("17" + request.substr(2)); };
     std::string const twenty = byteRun(1, 20);
@@ -282,6 +294,8 @@ TEST(BluetoothLEExchanges, EachSendsItsPdusByteForByte) {
         {"indications on", configure(0x15, false, true), {fromClient("12 16 00 02 00"), toClient("13")}, "done"},
         {"MTU above 512", mtu(247), {kMtuRequest, toClient("03 58 02")}, "MTU 512"},
         {"MTU below what was asked", mtu(247), {kMtuRequest, toClient("03 64 00")}, "MTU 100"},
+        {"MTU of 3 taken as the minimum", mtu(247), {kMtuRequest, toClient("03 03 00")}, "MTU 23"},
+        {"MTU of 1 taken as the minimum", mtu(247), {kMtuRequest, toClient("03 01 00")}, "MTU 23"},
         {"notification shorter than 3 bytes", nullptr, {toClient("1b 03")}, violation},
         {"indication shorter than 3 bytes", nullptr, {toClient("1d 15")}, violation},
         {"answer with nothing pending", nullptr, {toClient("0b 01 02")}, violation},
@@ -393,6 +407,55 @@ TEST_F(DiscoveredLink, MisuseThrowsWithoutSendingAnything) {
     for (Action const& operation : needingTheLink)
         EXPECT_EQ(thrownBy([&] { operation(link.ble); }), BluetoothLE::kInvalidState);
     EXPECT_EQ(thrownBy([] { Characteristic{}.read({}); }), BluetoothLE::kInvalidState);
+}
+
+// Reads continued with Read Blob while another thread queues MTU exchanges
+// each time an answer that fills the MTU is on its way, until the client
+// sends its next request: the device answers every request as it comes, so an
+// exchange sent while a continuation was due would be answered in the
+// continuation's place and end the link. Only the request at the front of the
+// queue is ever outstanding.
+TEST_F(DiscoveredLink, OnlyOneRequestIsOutstandingWhateverThreadQueues) {
+    std::atomic<bool> reading{true};
+    std::atomic<bool> answerOnItsWay{false};
+    std::thread device([&] {
+        for (std::vector<uint8_t> pdu = peer->receive(); !pdu.empty(); pdu = peer->receive()) {
+            answerOnItsWay = false;
+            if (pdu[0] == 0x02) {
+                peer->send("03 17 00");
+            } else if (pdu[0] == 0x0a || (pdu[0] == 0x0c && pdu[3] < 4 * 22)) {
+                // The first answer and three more fill the MTU, then an empty one.
+                answerOnItsWay = true;
+                peer->send((pdu[0] == 0x0a ? "0b " : "0d ") + byteRun(pdu[0] == 0x0a ? 0 : pdu[3], 22));
+            } else {
+                peer->send("0d");
+            }
+        }
+    });
+    std::thread otherThread([&] {
+        while (reading) {
+            if (answerOnItsWay) thrownBy([&] { link.ble.exchangeMtu(23, {}); });
+        }
+    });
+    // A read on a link that ended throws, and one cut off never finishes.
+    auto const readWhole = [this] {
+        try {
+            CallbackResult<std::string> read;
+            characteristicOf(link.ble, 5).read([done = read.callback()](uint8_t const* data, size_t length) mutable {
+                done(hex(data, length));
+            });
+            return read.get(kReportPatience) == std::tuple(byteRun(0, 4 * 22));
+        } catch (std::exception const&) {
+            return false;
+        }
+    };
+    for (int i = 0; i < 500 && readWhole(); ++i) {
+    }
+    reading = false;
+    otherThread.join();
+    EXPECT_TRUE(link.ends.all().empty());
+    link.ble.disconnect();
+    device.join();
 }
 
 // The peer stops reading: a few write commands fill the socket, the next one
