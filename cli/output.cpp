@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <cmath>
 #include <cstdio>
 
 #include <fmt/core.h>
@@ -34,10 +33,4 @@ std::string ipText(uint32_t networkOrder) {
     address.s_addr = networkOrder;
     ::inet_ntop(AF_INET, &address, text, sizeof text);
     return text;
-}
-
-Json rounded(float value, int decimals) {
-    if (!std::isfinite(value)) return Json();
-    double const scale = std::pow(10.0, decimals);
-    return std::round(static_cast<double>(value) * scale) / scale;
 }

@@ -240,7 +240,7 @@ TEST(ZelmorctlPasswords, LockedDeviceRefusesUntilUnlocked) {
         {{"stats"}, 1, locked},
         {{"--password", "bilge", "stats"}, 0, ""},
         {{"--password", "bilgewater", "stats"}, 1, "Invalid password.\n"},
-        {{"unlock"}, 2, "unlock needs the password: --password TEXT\n"},
+        {{"unlock"}, 2, "unlock needs the password: --password-file FILE, $ZELMOR_PASSWORD or a terminal\n"},
         {{"--password", "bilge", "lock", "master", "--new-password", "harbour"}, 0, ""},
         {{"--password", "bilge", "rename", "Galley"}, 1, "Feature is locked by master password.\n"},
         {{"--password", "harbour", "rename", "Galley"}, 0, ""},
