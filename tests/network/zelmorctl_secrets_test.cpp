@@ -10,8 +10,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <fstream>
-#include <iterator>
 
 #include <fmt/format.h>
 
@@ -22,11 +20,6 @@ namespace {
 
 constexpr char kPassword[] = "kingfisher";
 
-std::string fileText(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 std::string drain(int fd) {
     std::string text;
     char buffer[4096];
@@ -35,7 +28,7 @@ std::string drain(int fd) {
 }
 
 /// zelmorctl with a pseudo-terminal as its controlling terminal and standard
-/// input, standard output and error going to pipes of their own.
+/// input, and standard output and error going to a pipe.
 struct TerminalRun {
     struct Step {
         std::string prompt;  // what the terminal shows before the answer is typed
@@ -43,8 +36,8 @@ struct TerminalRun {
     };
 
     explicit TerminalRun(std::vector<std::string> arguments, std::vector<Step> const& steps) {
-        int out[2], err[2], terminal = -1;
-        if (::openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0 || ::pipe(out) != 0 || ::pipe(err) != 0)
+        int out[2], terminal = -1;
+        if (::openpty(&master, &terminal, nullptr, nullptr, nullptr) != 0 || ::pipe(out) != 0)
             throw std::runtime_error("no pseudo-terminal");
         arguments.insert(arguments.begin(), ZELMORCTL_PATH);
         std::vector<char*> argv;
@@ -56,12 +49,11 @@ struct TerminalRun {
             ::ioctl(terminal, TIOCSCTTY, 0);
             ::dup2(terminal, STDIN_FILENO);
             ::dup2(out[1], STDOUT_FILENO);
-            ::dup2(err[1], STDERR_FILENO);
+            ::dup2(out[1], STDERR_FILENO);
             ::execv(ZELMORCTL_PATH, argv.data());
             ::_exit(127);
         }
         ::close(out[1]);
-        ::close(err[1]);
         for (Step const& step : steps) {
             // Shown only once echo is off: the text typed next is never echoed.
             waitForTerminal(step.prompt);
@@ -74,16 +66,16 @@ struct TerminalRun {
             EXPECT_FALSE(settings.c_lflag & ECHO) << step.prompt;
             EXPECT_EQ(::write(master, step.typed.data(), step.typed.size()), static_cast<ssize_t>(step.typed.size()));
         }
-        stdout_ = drain(out[0]);
-        stderr_ = drain(err[0]);
+        printed = drain(out[0]);
         int wstatus = 0;
         ::waitpid(pid, &wstatus, 0);
         status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
         termios settings{};
         ::tcgetattr(master, &settings);
         echoAfterwards = settings.c_lflag & ECHO;
-        shown += drainNonBlocking();
-        for (int fd : {out[0], err[0], terminal, master}) ::close(fd);
+        ::fcntl(master, F_SETFL, O_NONBLOCK);
+        shown += drain(master);
+        for (int fd : {out[0], terminal, master}) ::close(fd);
     }
 
     void waitForTerminal(std::string const& text) {
@@ -98,13 +90,8 @@ struct TerminalRun {
         consumed = shown.find(text, consumed) + text.size();
     }
 
-    std::string drainNonBlocking() {
-        ::fcntl(master, F_SETFL, O_NONBLOCK);
-        return drain(master);
-    }
-
     int master = -1;
-    std::string shown, stdout_, stderr_;
+    std::string shown, printed;
     size_t consumed = 0;
     int status = -1;
     bool echoAfterwards = false;
@@ -117,11 +104,11 @@ protected:
     TempDirectory dir;
     std::string const passwordFile =
         dir.write("password", {'k', 'i', 'n', 'g', 'f', 'i', 's', 'h', 'e', 'r', '\r', '\n'});
+    std::string const link = fleet.device(0).link;
+    std::string const linkFile = dir.write("link", std::vector<uint8_t>(link.begin(), link.end()));
 };
 
 TEST_F(ZelmorctlSecrets, NeitherPasswordNorKeyIsPrintedUnlessTheCommandAsksForIt) {
-    std::string const link = fleet.device(0).link;
-    std::string const linkFile = dir.write("link", std::vector<uint8_t>(link.begin(), link.end()));
     std::string const keyBase64 = link.substr(link.find("&k=") + 3);
     ProgramRun const decoded = zelmorctl({"--json", "link", "decode", "--show-key", link});
     std::string const keyHex = jsonResult(decoded)["key"];
@@ -167,8 +154,6 @@ TEST_F(ZelmorctlSecrets, TheCommandLineOfARunningZelmorctlHoldsNoPassword) {
     // reading its secrets and waits for an answer while its command line is read.
     RawSocket device = RawSocket::listening("127.0.0.9", 7208);
     RawSocket hub = RawSocket::listening("127.0.0.9", 7209);
-    std::string const link = fleet.device(0).link;
-    std::string const linkFile = dir.write("link", std::vector<uint8_t>(link.begin(), link.end()));
     struct Case {
         std::vector<std::string> arguments;
         RawSocket* listener;
@@ -183,7 +168,9 @@ TEST_F(ZelmorctlSecrets, TheCommandLineOfARunningZelmorctlHoldsNoPassword) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
         ChildProcess zelmorctl("/usr/bin/env", c.arguments);
         RawSocket connection = c.listener->accept();
-        std::string const commandLine = fileText(fmt::format("/proc/{}/cmdline", zelmorctl.pid()));
+        int const fd = ::open(fmt::format("/proc/{}/cmdline", zelmorctl.pid()).c_str(), O_RDONLY | O_CLOEXEC);
+        std::string const commandLine = drain(fd);
+        ::close(fd);
         EXPECT_NE(commandLine.find(ZELMORCTL_PATH), std::string::npos) << commandLine;
         EXPECT_EQ(commandLine.find(kPassword), std::string::npos) << commandLine;
         EXPECT_EQ(commandLine.find(link.substr(link.find("&k="))), std::string::npos) << commandLine;
@@ -198,37 +185,29 @@ TEST_F(ZelmorctlSecrets, TheHiddenPromptAsksOnTheTerminalAndPutsEchoBackOnEveryW
         std::vector<std::string> arguments;
         std::vector<TerminalRun::Step> steps;
         int status;
-        std::string out, err;
+        std::string printed;  // on standard output and error: no prompt there
     };
     Case const cases[] = {
-        {{"--lan", locked, "--json", "unlock"}, {{"Password: ", "kingfisher\n"}}, 0, "{\"ok\":true}\n", ""},
-        {{"--lan", locked, "stats"}, {{"Password: ", "heron\n"}}, 1, "", "Invalid password.\n"},
-        {{"--lan", locked, "stats"}, {{"Password: ", "\x03"}}, 130, "", "Cancelled.\n"},
+        {{"--lan", locked, "--json", "unlock"}, {{"Password: ", "kingfisher\n"}}, 0, "{\"ok\":true}\n"},
+        {{"--lan", locked, "stats"}, {{"Password: ", "heron\n"}}, 1, "Invalid password.\n"},
+        {{"--lan", locked, "stats"}, {{"Password: ", "\x03"}}, 130, "Cancelled.\n"},
         {{"--lan", changing, "lock", "user"},
          {{"Password: ", "bilge\n"}, {"New password: ", "heron\n"}, {"Repeat the new password: ", "heron\r\n"}},
          0,
-         "User password set.\n",
-         ""},
+         "User password set.\n"},
         {{"--lan", changing, "lock", "user"},
          {{"Password: ", "heron\n"}, {"New password: ", "tide\n"}, {"Repeat the new password: ", "tida\n"}},
          2,
-         "",
          "The two new passwords differ; nothing was changed\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
         TerminalRun const run(c.arguments, c.steps);
-        EXPECT_EQ(run.status, c.status) << run.stderr_;
-        EXPECT_EQ(run.stdout_, c.out);
-        EXPECT_EQ(run.stderr_, c.err);
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_EQ(run.printed, c.printed);
         EXPECT_TRUE(run.echoAfterwards);
-        for (auto const& step : c.steps) {
-            EXPECT_EQ(run.stdout_.find(step.prompt), std::string::npos);
-            // What was typed is never echoed (Ctrl-C's "^C" may be).
-            if (step.typed.size() > 2) {
-                EXPECT_EQ(run.shown.find(step.typed.substr(0, 4)), std::string::npos);
-            }
-        }
+        // Nothing typed is echoed.
+        for (auto const& step : c.steps) EXPECT_EQ(run.shown.find(step.typed.substr(0, 4)), std::string::npos);
     }
     // The password typed last is the device's now.
     EXPECT_FALSE(jsonResult(zelmorctl({"--lan", changing, "--password", "heron", "--json", "info"}))["locked"]);

@@ -14,6 +14,7 @@
 namespace {
 
 TEST(FloatJson, PrintsTheShortestDecimalThatReadsBackAsTheSameFloat) {
+    float const infinity = std::numeric_limits<float>::infinity();
     struct Case {
         float value;
         char const* text;
@@ -24,9 +25,7 @@ TEST(FloatJson, PrintsTheShortestDecimalThatReadsBackAsTheSameFloat) {
         {13.25f, "13.25"},
         {0.1f, "0.1"},
         {1e-7f, "1e-07"},
-        {-2.5f, "-2.5"},
         {12.0f, "12.0"},
-        {0.0f, "0.0"},
         {-0.0f, "-0.0"},
         {std::numeric_limits<float>::max(), "3.4028235e+38"},
         {std::numeric_limits<float>::lowest(), "-3.4028235e+38"},
@@ -35,19 +34,19 @@ TEST(FloatJson, PrintsTheShortestDecimalThatReadsBackAsTheSameFloat) {
         {-std::numeric_limits<float>::denorm_min(), "-1e-45"},
         {std::bit_cast<float>(uint32_t{0x007FFFFF}), "1.1754942e-38"},
         {16777217.0f, "16777216.0"},
+        // JSON has no number for these.
+        {std::nanf(""), "null"},
+        {infinity, "null"},
+        {-infinity, "null"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(c.text);
         std::string const printed = floatJson(c.value).dump();
         EXPECT_EQ(printed, c.text);
-        EXPECT_EQ(std::bit_cast<uint32_t>(std::strtof(printed.c_str(), nullptr)), std::bit_cast<uint32_t>(c.value));
+        if (std::isfinite(c.value)) {
+            EXPECT_EQ(std::bit_cast<uint32_t>(std::strtof(printed.c_str(), nullptr)), std::bit_cast<uint32_t>(c.value));
+        }
     }
-}
-
-TEST(FloatJson, ValuesJsonHasNoNumberForAreNull) {
-    for (float const value :
-         {std::nanf(""), std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity()})
-        EXPECT_TRUE(floatJson(value).is_null()) << value;
 }
 
 }  // namespace
