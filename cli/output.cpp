@@ -6,10 +6,12 @@
 
 #include <fmt/core.h>
 
+#include "float_json.h"
+
 void Output::emit(Json const& result) const {
     // Names come from devices: bytes that are not UTF-8 are replaced rather
-    // than ending the program.
-    std::string const text = result.dump(-1, ' ', false, Json::error_handler_t::replace);
+    // than ending the program. Measurements print as the device's floats.
+    std::string const text = jsonLine(result);
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
