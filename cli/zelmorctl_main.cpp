@@ -26,7 +26,10 @@ int main(int argc, char** argv) {
         app.add_option("--lan", context.target.lan, "Reach a LAN or WiFi device at this IPv4 address (port 7208)")
             ->group(group);
     CLI::Option* link =
-        app.add_option("--link", context.target.link, "Reach a paired device through the hub, by its device link")
+        app.add_option("--link", context.target.link,
+                       "Reach a paired device through the hub, by its device link. The link holds the "
+                       "device's key, which other users of this machine can read in the process list: prefer "
+                       "--link-file")
             ->excludes(lan)
             ->group(group);
     CLI::Option* linkFile = app.add_option("--link-file", context.target.linkFile,
@@ -38,8 +41,9 @@ int main(int argc, char** argv) {
                    "Reach a Bluetooth LE device at this address, e.g. C2:5A:4C:00:00:01 (needs an adapter)")
         ->excludes(lan, link, linkFile)
         ->group(group);
-    app.add_option("--hub", context.target.hub,
-                   fmt::format("Hub host for --link (default: ${} or {})", kHubHostVariable, kDefaultHubHost))
+    app.add_option(
+           "--hub", context.target.hub,
+           fmt::format("Hub host for --link and --link-file (default: ${} or {})", kHubHostVariable, kDefaultHubHost))
         ->group(group);
     CLI::Option* password =
         app.add_option("--password", context.target.password,
