@@ -10,11 +10,13 @@
 
 /// How to reach the device: the global options of the command line.
 struct TargetOptions {
-    std::string lan;       // IPv4 address of a LAN or WiFi device
-    std::string link;      // device link of a paired device, reached through the hub
-    std::string ble;       // Bluetooth LE address of a Bluetooth model, "C2:5A:4C:00:00:01"
-    std::string hub;       // hub host; empty: hubHostSetting()
-    std::string password;  // unlock with it after connecting; empty: don't
+    std::string lan;           // IPv4 address of a LAN or WiFi device
+    std::string link;          // device link of a paired device, reached through the hub
+    std::string linkFile;      // a file whose first line is that link
+    std::string ble;           // Bluetooth LE address of a Bluetooth model, "C2:5A:4C:00:00:01"
+    std::string hub;           // hub host; empty: hubHostSetting()
+    std::string password;      // unlock with it after connecting
+    std::string passwordFile;  // a file whose first line is that password
 };
 
 /// What every command shares: the global options and the action chosen on the

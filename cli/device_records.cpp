@@ -7,7 +7,7 @@
 #include <fmt/core.h>
 
 #include "bluetooth_address.h"
-
+#include "float_json.h"
 #include "hardware_revision.h"
 #include "lock_status.h"
 #include "power_status.h"
@@ -58,7 +58,6 @@ std::string durationText(uint32_t seconds) {
 
 }  // namespace
 
-
 std::string localTimeText(uint32_t seconds) {
     std::time_t const time = seconds;
     std::tm local{};
@@ -100,11 +99,11 @@ std::vector<std::string> infoText(Zelmor::DeviceInfo const& info) {
 
 Json monitorJson(Zelmor::MonitorData const& data) {
     return Json{{"time", data.time},
-                {"voltage1", rounded(data.voltage1, 3)},
-                {"voltage2", rounded(data.voltage2, 3)},
-                {"current", rounded(data.current, 3)},
-                {"power", rounded(data.power, 2)},
-                {"temperature", rounded(data.temperature, 2)},
+                {"voltage1", floatJson(data.voltage1)},
+                {"voltage2", floatJson(data.voltage2)},
+                {"current", floatJson(data.current)},
+                {"power", floatJson(data.power)},
+                {"temperature", floatJson(data.temperature)},
                 {"soc", socJson(data.stateOfCharge)},
                 {"runtime_minutes", runtimeJson(data.runtime)},
                 {"power_status", powerStatusText(data.powerStatus)},
@@ -123,14 +122,14 @@ std::string monitorText(Zelmor::MonitorData const& data) {
 
 Json statisticsJson(Zelmor::MonitorStatistics const& s) {
     return Json{{"seconds_since_power_on", s.timeSincePowerOn},
-                {"min_voltage1", rounded(s.minVoltage1, 3)},
-                {"max_voltage1", rounded(s.maxVoltage1, 3)},
-                {"min_voltage2", rounded(s.minVoltage2, 3)},
-                {"max_voltage2", rounded(s.maxVoltage2, 3)},
-                {"peak_discharge_current", rounded(s.peakDischargeCurrent, 3)},
-                {"peak_charge_current", rounded(s.peakChargeCurrent, 3)},
-                {"min_temperature", rounded(s.minTemperature, 2)},
-                {"max_temperature", rounded(s.maxTemperature, 2)}};
+                {"min_voltage1", floatJson(s.minVoltage1)},
+                {"max_voltage1", floatJson(s.maxVoltage1)},
+                {"min_voltage2", floatJson(s.minVoltage2)},
+                {"max_voltage2", floatJson(s.maxVoltage2)},
+                {"peak_discharge_current", floatJson(s.peakDischargeCurrent)},
+                {"peak_charge_current", floatJson(s.peakChargeCurrent)},
+                {"min_temperature", floatJson(s.minTemperature)},
+                {"max_temperature", floatJson(s.maxTemperature)}};
 }
 
 std::vector<std::string> statisticsText(Zelmor::MonitorStatistics const& s) {
@@ -148,17 +147,17 @@ std::vector<std::string> statisticsText(Zelmor::MonitorStatistics const& s) {
 Json fuelgaugeJson(Zelmor::FuelgaugeStatistics const& s) {
     bool const known = s.timeSinceFullCharge != Zelmor::FuelgaugeStatistics::kTimeUnknown;
     return Json{{"seconds_since_full_charge", known ? Json(s.timeSinceFullCharge) : Json()},
-                {"full_charge_capacity_Ah", rounded(s.fullChargeCapacity, 3)},
+                {"full_charge_capacity_Ah", floatJson(s.fullChargeCapacity)},
                 {"total_discharged_mAh", s.totalDischargedCapacity},
                 {"total_discharged_mWh", s.totalDischargedEnergy},
                 {"total_charged_mAh", s.totalChargedCapacity},
                 {"total_charged_mWh", s.totalChargedEnergy},
-                {"min_battery_voltage", rounded(s.minBatteryVoltage, 3)},
-                {"max_battery_voltage", rounded(s.maxBatteryVoltage, 3)},
-                {"max_discharge_current", rounded(s.maxDischargeCurrent, 3)},
-                {"max_charge_current", rounded(s.maxChargeCurrent, 3)},
-                {"last_discharge_depth_Ah", rounded(s.lastDischargeDepth, 3)},
-                {"deepest_discharge_Ah", rounded(s.deepestDischarge, 3)},
+                {"min_battery_voltage", floatJson(s.minBatteryVoltage)},
+                {"max_battery_voltage", floatJson(s.maxBatteryVoltage)},
+                {"max_discharge_current", floatJson(s.maxDischargeCurrent)},
+                {"max_charge_current", floatJson(s.maxChargeCurrent)},
+                {"last_discharge_depth_Ah", floatJson(s.lastDischargeDepth)},
+                {"deepest_discharge_Ah", floatJson(s.deepestDischarge)},
                 {"full_discharge_cycles", s.fullDischargeCycles}};
 }
 
@@ -196,16 +195,16 @@ Json advertisementJson(ZelmorScanner::Advertisement const& a) {
                 {"ip", ipJson(a.ipAddress)},
                 {"bluetooth_address", bluetoothJson(a)},
                 {"time", a.time},
-                {"voltage1", rounded(a.voltage1, 3)},
-                {"voltage2", rounded(a.voltage2, 3)},
-                {"current", rounded(a.current, 3)},
-                {"power", rounded(a.power, 2)},
-                {"temperature", rounded(a.temperature, 2)},
+                {"voltage1", floatJson(a.voltage1)},
+                {"voltage2", floatJson(a.voltage2)},
+                {"current", floatJson(a.current)},
+                {"power", floatJson(a.power)},
+                {"temperature", floatJson(a.temperature)},
                 {"soc", socJson(a.stateOfCharge)},
                 {"runtime_minutes", runtimeJson(a.runtime)},
                 {"power_status", powerStatusText(a.powerStatus)},
                 {"coulomb_mAh", a.coulombMeter},
-                {"energy_Wh", rounded(a.energyWh, 3)},
+                {"energy_Wh", floatJson(a.energyWh)},
                 {"rssi", rssiJson(a.rssi)},
                 {"status", a.status}};
 }

@@ -12,8 +12,11 @@
 #include "bluetooth_address.h"
 #include "device_link.h"
 #include "hardware_revision.h"
+#include "hidden_prompt.h"
 #include "interrupt.h"
+#include "lock_status.h"
 #include "response_code.h"
+#include "secret_source.h"
 #include "zelmor_impl.h"
 
 namespace {
@@ -52,11 +55,15 @@ std::string responseText(Code code) {
 }
 
 DeviceSession::DeviceSession(TargetOptions const& target) {
+    std::string password = givenSecret(target.password, target.passwordFile, "--password-file", kPasswordVariable);
     try {
         connect(target);
         info_ = get(&Zelmor::requestGetInfo);
-        if (!target.password.empty())
-            run([&](Zelmor::DoneCallback done) { device().requestUnlock(makeAuthKey(target.password), done); });
+        // Whoever sits at the terminal is asked only when the device needs it;
+        // without a terminal the command meets the lock as it is.
+        if (password.empty() && deviceLocked(info_) && terminalInput()) password = promptHidden("Password: ");
+        if (!password.empty())
+            run([&](Zelmor::DoneCallback done) { device().requestUnlock(makeAuthKey(password), done); });
     } catch (...) {
         close();
         throw;
@@ -77,8 +84,9 @@ void DeviceSession::close() {
 Zelmor& DeviceSession::device() { return *device_; }
 
 void DeviceSession::connect(TargetOptions const& target) {
-    int const targets = !target.lan.empty() + !target.link.empty() + !target.ble.empty();
-    if (targets != 1) throw usageError("This command needs a device: --lan ADDRESS, --link URL or --ble ADDRESS");
+    int const targets = !target.lan.empty() + !target.link.empty() + !target.linkFile.empty() + !target.ble.empty();
+    if (targets != 1)
+        throw usageError("This command needs a device: --lan ADDRESS, --link URL, --link-file FILE or --ble ADDRESS");
 
     Zelmor::WifiAccessKey key;
     in_addr address{};
@@ -88,8 +96,9 @@ void DeviceSession::connect(TargetOptions const& target) {
         if (!bluetoothAddress)
             throw usageError(
                 fmt::format("--ble must be a Bluetooth address such as C2:5A:4C:00:00:01, not '{}'", target.ble));
-    } else if (!target.link.empty()) {
-        DeviceLinkResult const link = parseDeviceLink(target.link);
+    } else if (!target.link.empty() || !target.linkFile.empty()) {
+        DeviceLinkResult const link =
+            parseDeviceLink(givenSecret(target.link, target.linkFile, "--link-file", nullptr));
         if (!link.identifier) throw usageError(link.error);
         key.keyId = link.identifier->channelId;
         key.key = link.identifier->key;
@@ -118,7 +127,7 @@ void DeviceSession::connect(TargetOptions const& target) {
     if (bluetoothAddress) {
         if (!device_->openBluetooth()) throw CommandError(bluetoothUnavailableText(errno), kExitLink);
         device_->connectBle(*bluetoothAddress);
-    } else if (target.link.empty()) {
+    } else if (target.link.empty() && target.linkFile.empty()) {
         device_->connectLan(address.s_addr);
     } else {
         device_->connectHub(key);

@@ -21,7 +21,9 @@ std::string responseText(Zelmor::ResponseCode code);
 
 /// One link to the device named by the target options, used synchronously:
 /// the constructor connects, reads the information record and unlocks when a
-/// password is given; each call then waits for its request's callback. Every
+/// password is given (--password, --password-file, $ZELMOR_PASSWORD, or typed
+/// at a hidden prompt when the device is locked and standard input is a
+/// terminal); each call then waits for its request's callback. Every
 /// wait ends: requests end with a code, and a link that ends makes the waiter
 /// give up. Failures throw CommandError ("Device failed to connect", "Device
 /// disconnected", or the request's message).

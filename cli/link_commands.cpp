@@ -1,5 +1,6 @@
 // Device links: pair (make the link of a connected device), link decode and
-// link encode (no device needed).
+// link encode (no device needed). A link's key reaches the device: only the
+// commands that make a link print it, and decode when asked to.
 #include <algorithm>
 #include <memory>
 
@@ -23,21 +24,31 @@ struct EncodeOptions {
     std::string key;
 };
 
-Json identifierJson(Zelmor::DeviceIdentifier const& id) {
-    return Json{{"name", id.name},
-                {"serial", serialText(id.serial)},
-                {"hardware_revision", id.hardwareRevision},
-                {"model", modelName(id.hardwareRevision)},
-                {"channel_id", hexEncode(id.channelId.data(), id.channelId.size())},
-                {"key", hexEncode(id.key.data(), id.key.size())}};
+struct DecodeOptions {
+    std::string url;
+    bool showKey = false;
+};
+
+enum class KeyShown { No, Yes };
+
+// The channel identifier tells links apart as well as the key does, and
+// opens nothing.
+Json identifierJson(Zelmor::DeviceIdentifier const& id, KeyShown key) {
+    Json json{{"name", id.name},
+              {"serial", serialText(id.serial)},
+              {"hardware_revision", id.hardwareRevision},
+              {"model", modelName(id.hardwareRevision)},
+              {"channel_id", hexEncode(id.channelId.data(), id.channelId.size())}};
+    if (key == KeyShown::Yes) json["key"] = hexEncode(id.key.data(), id.key.size());
+    return json;
 }
 
-void decode(CommandContext& context, std::string const& text) {
-    DeviceLinkResult const link = parseDeviceLink(text);
+void decode(CommandContext& context, DecodeOptions const& options) {
+    DeviceLinkResult const link = parseDeviceLink(options.url);
     if (!link.identifier) throw usageError(link.error);
     Zelmor::DeviceIdentifier const& id = *link.identifier;
     if (context.output.json()) {
-        context.output.emit(identifierJson(id));
+        context.output.emit(identifierJson(id, options.showKey ? KeyShown::Yes : KeyShown::No));
         return;
     }
     context.output.line(fmt::format("Name:       {}", id.name));
@@ -45,7 +56,8 @@ void decode(CommandContext& context, std::string const& text) {
     context.output.line(
         fmt::format("Model:      {} ({})", modelName(id.hardwareRevision), revisionText(id.hardwareRevision)));
     context.output.line(fmt::format("Channel id: {}", hexEncode(id.channelId.data(), id.channelId.size())));
-    context.output.line(fmt::format("Key:        {}", hexEncode(id.key.data(), id.key.size())));
+    context.output.line(fmt::format("Key:        {}", options.showKey ? hexEncode(id.key.data(), id.key.size())
+                                                                      : std::string("hidden (--show-key shows it)")));
 }
 
 void encode(CommandContext& context, EncodeOptions const& options) {
@@ -68,7 +80,7 @@ void pair(CommandContext& context) {
     Zelmor::WifiAccessKey const key = session.get(&Zelmor::requestGetAccessKeys);
     Zelmor::DeviceIdentifier const id = pairedDevice(session.info(), key);
     std::string const link = makeDeviceLink(id);
-    Json json = identifierJson(id);
+    Json json = identifierJson(id, KeyShown::Yes);
     json["link"] = link;
     context.output.result(json, link);
 }
@@ -80,10 +92,12 @@ void addLinkCommands(CLI::App& app, CommandContext& context) {
                [&context] { pair(context); });
 
     CLI::App* link = addGroup(app, "link", "Device links (no device needed)");
-    auto url = std::make_shared<std::string>();
-    addCommand(*link, "decode", "Show what a device link holds", context, [&context, url] { decode(context, *url); })
-        ->add_option("URL", *url, "The device link")
-        ->required();
+    auto decodeOptions = std::make_shared<DecodeOptions>();
+    CLI::App* decodeCommand = addCommand(*link, "decode", "Show what a device link holds, its key only with --show-key",
+                                         context, [&context, decodeOptions] { decode(context, *decodeOptions); });
+    decodeCommand->add_option("URL", decodeOptions->url, "The device link")->required();
+    decodeCommand->add_flag("--show-key", decodeOptions->showKey,
+                            "Also show the key, which reaches the device through the hub");
 
     auto options = std::make_shared<EncodeOptions>();
     CLI::App* encodeCommand = addCommand(*link, "encode", "Write the device link of the given fields", context,

@@ -2,15 +2,16 @@
 
 #include <arpa/inet.h>
 
-#include <cmath>
 #include <cstdio>
 
 #include <fmt/core.h>
 
+#include "float_json.h"
+
 void Output::emit(Json const& result) const {
     // Names come from devices: bytes that are not UTF-8 are replaced rather
-    // than ending the program.
-    std::string const text = result.dump(-1, ' ', false, Json::error_handler_t::replace);
+    // than ending the program. Measurements print as the device's floats.
+    std::string const text = jsonLine(result);
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
@@ -34,10 +35,4 @@ std::string ipText(uint32_t networkOrder) {
     address.s_addr = networkOrder;
     ::inet_ntop(AF_INET, &address, text, sizeof text);
     return text;
-}
-
-Json rounded(float value, int decimals) {
-    if (!std::isfinite(value)) return Json();
-    double const scale = std::pow(10.0, decimals);
-    return std::round(static_cast<double>(value) * scale) / scale;
 }

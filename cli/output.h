@@ -38,6 +38,3 @@ std::string firmwareText(uint16_t version);
 std::string revisionText(uint8_t revision);
 /// "a.b.c.d" of an address in network byte order.
 std::string ipText(uint32_t networkOrder);
-/// A measurement as JSON, rounded to `decimals` so that 12.3 is not
-/// 12.300000190734863; null when it is NaN (a value the device does not have).
-Json rounded(float value, int decimals);

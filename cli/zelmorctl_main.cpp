@@ -10,6 +10,7 @@
 #include "command_context.h"
 #include "command_error.h"
 #include "hub_host.h"
+#include "secret_source.h"
 
 int main(int argc, char** argv) {
     CommandContext context;
@@ -25,17 +26,37 @@ int main(int argc, char** argv) {
         app.add_option("--lan", context.target.lan, "Reach a LAN or WiFi device at this IPv4 address (port 7208)")
             ->group(group);
     CLI::Option* link =
-        app.add_option("--link", context.target.link, "Reach a paired device through the hub, by its device link")
+        app.add_option("--link", context.target.link,
+                       "Reach a paired device through the hub, by its device link. The link holds the "
+                       "device's key, which other users of this machine can read in the process list: prefer "
+                       "--link-file")
             ->excludes(lan)
             ->group(group);
+    CLI::Option* linkFile = app.add_option("--link-file", context.target.linkFile,
+                                           "Reach a paired device through the hub, by the device link on the first "
+                                           "line of this file (out of sight of other users, unlike --link)")
+                                ->excludes(lan, link)
+                                ->group(group);
     app.add_option("--ble", context.target.ble,
                    "Reach a Bluetooth LE device at this address, e.g. C2:5A:4C:00:00:01 (needs an adapter)")
-        ->excludes(lan, link)
+        ->excludes(lan, link, linkFile)
         ->group(group);
-    app.add_option("--hub", context.target.hub,
-                   fmt::format("Hub host for --link (default: ${} or {})", kHubHostVariable, kDefaultHubHost))
+    app.add_option(
+           "--hub", context.target.hub,
+           fmt::format("Hub host for --link and --link-file (default: ${} or {})", kHubHostVariable, kDefaultHubHost))
         ->group(group);
-    app.add_option("--password", context.target.password, "Unlock the device with this password first")->group(group);
+    CLI::Option* password =
+        app.add_option("--password", context.target.password,
+                       "Unlock the device with this password first. Other users of this machine can read it in the "
+                       "process list: prefer --password-file or $ZELMOR_PASSWORD")
+            ->group(group);
+    app.add_option("--password-file", context.target.passwordFile,
+                   fmt::format("Unlock the device with the password on the first line of this file. Without "
+                               "--password or --password-file: ${}, then a hidden prompt when the device is locked "
+                               "and standard input is a terminal",
+                               kPasswordVariable))
+        ->excludes(password)
+        ->group(group);
     app.add_flag("--json", json, "One JSON object per result and line")->group(group);
 
     addInfoCommands(app, context);

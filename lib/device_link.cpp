@@ -13,8 +13,10 @@ namespace {
 
 constexpr std::string_view kScheme = "https://";
 constexpr std::string_view kWhitespace = " \t\r\n\v\f";
-// Field names quoted back to the user are cut to this many bytes.
-constexpr size_t kMaxQuotedBytes = 16;
+// Longest piece of a link quoted back to the user: field names are shorter,
+// while a longer piece may be a key that lost its "k=", and messages end up
+// in terminals and logs.
+constexpr size_t kMaxQuotedBytes = 8;
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
@@ -28,11 +30,12 @@ bool isHostCharacter(char c) {
            c == '_' || c == ':' || c == '[' || c == ']';
 }
 
-// A piece of the link shown in a message: short, and printable whatever was pasted.
+// A piece of the link shown in a message: printable whatever was pasted, and
+// only its length when it is long.
 std::string quoted(std::string_view text) {
+    if (text.size() > kMaxQuotedBytes) return fmt::format("of {} bytes", text.size());
     std::string out = "'";
-    for (char c : text.substr(0, kMaxQuotedBytes)) out += (c >= 0x20 && c < 0x7F) ? c : '?';
-    if (text.size() > kMaxQuotedBytes) out += "...";
+    for (char c : text) out += (c >= 0x20 && c < 0x7F) ? c : '?';
     return out + "'";
 }
 

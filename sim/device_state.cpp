@@ -91,6 +91,7 @@ DeviceState::DeviceState(SimulatedDeviceConfig const& c)
       serial(c.serial),
       ipAddress(c.ipAddress),
       bluetoothAddress(c.bluetoothAddress),
+      heldReading(c.heldReading),
       userKey(keyOf(c.userPassword)),
       masterKey(keyOf(c.masterPassword)),
       config(powerOnConfig(c)),
@@ -176,6 +177,13 @@ MonitorReadings DeviceState::readings() const {
     r.current = static_cast<float>(s.current);
     r.power = static_cast<float>(s.power);
     r.temperature = static_cast<float>(s.temperature);
+    if (heldReading) {
+        r.voltage1 = heldReading->voltage1;
+        r.voltage2 = heldReading->voltage2;
+        r.current = heldReading->current;
+        r.power = heldReading->power;
+        r.temperature = heldReading->temperature;
+    }
     r.coulombMeter = statistics.coulombMeterMah();
     r.energyMeter = statistics.energyMeterMwh();
     r.powerStatus = protection.powerStatus();

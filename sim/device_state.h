@@ -76,6 +76,7 @@ struct DeviceState {
     std::string name;
     std::array<uint8_t, 4> ipAddress;
     std::array<uint8_t, 6> bluetoothAddress;
+    std::optional<HeldReading> heldReading;
 
     std::optional<AuthKey> userKey;
     std::optional<AuthKey> masterKey;

@@ -68,6 +68,23 @@ std::string setCommandFailure(std::optional<CommandFailure>& field, std::string_
     return {};
 }
 
+// "V1:V2:I:P:T", each read straight to the nearest 32-bit float ("nan" too).
+std::string setHeldReading(std::optional<HeldReading>& field, std::string_view value) {
+    HeldReading reading;
+    float* const parts[] = {&reading.voltage1, &reading.voltage2, &reading.current, &reading.power,
+                            &reading.temperature};
+    for (size_t i = 0; i < std::size(parts); ++i) {
+        size_t const end = i + 1 < std::size(parts) ? value.find(':') : value.size();
+        std::optional<float> const number =
+            end == std::string_view::npos ? std::nullopt : parseNumber<float>(value.substr(0, end));
+        if (!number) return "needs five numbers V1:V2:I:P:T (volts, volts, amperes, watts, degrees Celsius)";
+        *parts[i] = *number;
+        value.remove_prefix(std::min(end + 1, value.size()));
+    }
+    field = reading;
+    return {};
+}
+
 struct Key {
     std::string_view name;
     bool takesValue;
@@ -108,6 +125,7 @@ constexpr Key kKeys[] = {
          s.wifi = v == "one" ? WifiKind::OneNetwork : WifiKind::NetworkList;
          return {};
      }},
+    {"reading", true, [](DevicePlan& s, std::string_view v) { return setHeldReading(s.heldReading, v); }},
     {"drop", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.dropFraction, v); }},
     {"corrupt", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.corruptFraction, v); }},
     {"delay", true, [](DevicePlan& s, std::string_view v) { return setFraction(s.faults.delayFraction, v); }},
@@ -232,6 +250,7 @@ SimulatedDeviceConfig deviceConfig(DevicePlan const& plan) {
     config.historyDays = plan.historyDays;
     config.seed = plan.seed.value_or(1);
     config.wifiKind = plan.wifi;
+    config.heldReading = plan.heldReading;
     auto const byte = [&plan](int shift) { return static_cast<uint8_t>(plan.address >> shift); };
     config.ipAddress = {byte(24), byte(16), byte(8), byte(0)};
     config.bluetoothAddress = {0xC2, 0x5A, 0x4C, byte(16), byte(8), byte(0)};

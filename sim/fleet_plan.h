@@ -53,6 +53,8 @@ struct DevicePlan {
     bool announced = true;
     /// What a Zelmor-V keeps: one network, or a list of known networks.
     WifiKind wifi = WifiKind::NetworkList;
+    /// Measurements the device shows instead of its battery's.
+    std::optional<HeldReading> heldReading;
     FaultSettings faults;
 };
 
@@ -75,7 +77,8 @@ struct DevicePlanResult {
 
 /// Reads "MODEL[,key=value...]": MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi),
 /// then any of name=, serial= (hex), user=, master=, interval= (s), history=
-/// (days), seed=, silent, wifi=one|list (Zelmor-V only), drop=, corrupt=,
+/// (days), seed=, silent, wifi=one|list (Zelmor-V only), reading=
+/// (V1:V2:I:P:T, held measurements), drop=, corrupt=,
 /// delay= (fractions), delay-ms=, close-after= (bytes), bandwidth= (bytes/s),
 /// fail= (CODE[@N]) and stall. What the text leaves out is taken from
 /// `defaults`. Values cannot contain commas.

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "battery_model.h"
@@ -16,6 +17,16 @@ using DeviceClock = std::function<int64_t()>;
 /// What a WiFi model keeps: one network (0x61 replaces it), or a list of
 /// known networks (0x70-0x72, extra status bit 1).
 enum class WifiKind : uint8_t { OneNetwork, NetworkList };
+
+/// Measurements a device shows whatever its battery does: tests that check
+/// how a host prints exact values give them here.
+struct HeldReading {
+    float voltage1 = 0;
+    float voltage2 = 0;
+    float current = 0;
+    float power = 0;
+    float temperature = 0;
+};
 
 /// Everything that makes one simulated device what it is at power-on.
 struct SimulatedDeviceConfig {
@@ -45,6 +56,10 @@ struct SimulatedDeviceConfig {
     WifiKind wifiKind = WifiKind::NetworkList;
     BatteryChemistry chemistry = BatteryChemistry::LiFePO4;
     double capacityAh = 200;
+    /// Shown in the live data (0x04, announcements, Bluetooth LE pushes) and
+    /// logged instead of the battery's measurements; the meters, statistics
+    /// and relay still follow the battery.
+    std::optional<HeldReading> heldReading;
 };
 
 }  // namespace sim

@@ -243,7 +243,7 @@ TEST(ZelmorctlPasswords, LockedDeviceRefusesUntilUnlocked) {
         {{"stats"}, 1, locked},
         {{"--password", "bilge", "stats"}, 0, ""},
         {{"--password", "bilgewater", "stats"}, 1, "Invalid password.\n"},
-        {{"unlock"}, 2, "unlock needs the password: --password TEXT\n"},
+        {{"unlock"}, 2, "unlock needs the password: --password-file FILE, $ZELMOR_PASSWORD or a terminal\n"},
         {{"--password", "bilge", "lock", "master", "--new-password", "harbour"}, 0, ""},
         {{"--password", "bilge", "rename", "Galley"}, 1, "Feature is locked by master password.\n"},
         {{"--password", "harbour", "rename", "Galley"}, 0, ""},
@@ -281,7 +281,10 @@ TEST(ZelmorctlLinks, LinksThatCannotBeMadeEndTheCommand) {
          {},
          3,
          "No Bluetooth adapter found: this machine has no Bluetooth LE support, or the adapter is off or missing.\n"},
-        {{"info"}, {}, 2, "This command needs a device: --lan ADDRESS, --link URL or --ble ADDRESS\n"}};
+        {{"info"},
+         {},
+         2,
+         "This command needs a device: --lan ADDRESS, --link URL, --link-file FILE or --ble ADDRESS\n"}};
     for (auto const& [arguments, environment, status, err] : rows) {
         SCOPED_TRACE(testing::PrintToString(arguments));
         ProgramRun const run = zelmorctl(arguments, environment);
@@ -321,7 +324,7 @@ TEST(ZelmorctlOffline, EncodesAndDecodesDeviceLinks) {
 
     Json const expected{{"name", "Boat"},      {"serial", "0000000000001A2B"}, {"hardware_revision", 0x41},
                         {"model", "Zelmor-V"}, {"channel_id", channel},        {"key", key}};
-    EXPECT_EQ(jsonResult(zelmorctl({"--json", "link", "decode", link})), expected);
+    EXPECT_EQ(jsonResult(zelmorctl({"--json", "link", "decode", "--show-key", link})), expected);
 
     // Why a link is refused is the decoder's own table; here, that it is a usage error.
     EXPECT_EQ(zelmorctl({"link", "decode", "https://zelmor.link?n=41"}).status, 2);

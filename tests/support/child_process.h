@@ -19,6 +19,7 @@ public:
 
     /// False when the program could not be started; error() tells why.
     bool started() const { return pid_ > 0; }
+    pid_t pid() const { return pid_; }
     std::string const& error() const { return error_; }
 
     /// The next line of standard output; once the child has ended, a last line

@@ -142,6 +142,8 @@ TEST(DeviceLinkTest, RejectsMalformedLinksSayingWhatIsWrong) {
         {"The link has an unknown field 'x'", {golden + "&x=1", linkOf({"x=1", "n=zz"})}},
         {"The link has the field 'n' more than once", {golden + "&n=426f6174"}},
         {"The link part 'k' is not of the form field=value", {golden + "&k"}},
+        // A key that lost its "k=" is not quoted back.
+        {"The link part of 43 bytes is not of the form field=value", {golden + "&" + std::string(43, 'A')}},
     };
     for (auto const& c : cases) {
         for (auto const& link : c.links) {

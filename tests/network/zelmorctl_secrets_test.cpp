@@ -1,0 +1,203 @@
+// Passwords and device keys out of sight: zelmorctl takes the password from a
+// file, the environment or a hidden prompt on a pseudo-terminal, keeps both
+// out of its command line, and prints a link's key only where asked to.
+#include <fcntl.h>
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include <fmt/format.h>
+
+#include "loopback_peers.h"
+#include "zelmorctl_fleet.h"
+
+namespace {
+
+constexpr char kPassword[] = "kingfisher";
+
+std::string drain(int fd) {
+    std::string text;
+    char buffer[4096];
+    for (ssize_t got; (got = ::read(fd, buffer, sizeof buffer)) > 0;) text.append(buffer, static_cast<size_t>(got));
+    return text;
+}
+
+/// zelmorctl with a pseudo-terminal as its controlling terminal and standard
+/// input, and standard output and error going to a pipe.
+struct TerminalRun {
+    struct Step {
+        std::string prompt;  // what the terminal shows before the answer is typed
+        std::string typed;
+    };
+
+    explicit TerminalRun(std::vector<std::string> arguments, std::vector<Step> const& steps) {
+        int out[2];
+        if (::pipe(out) != 0) throw std::runtime_error("no pipe");
+        arguments.insert(arguments.begin(), ZELMORCTL_PATH);
+        std::vector<char*> argv;
+        for (auto& a : arguments) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        pid_t const pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+        if (pid == 0) {
+            ::dup2(out[1], STDOUT_FILENO);
+            ::dup2(out[1], STDERR_FILENO);
+            ::execv(ZELMORCTL_PATH, argv.data());
+            ::_exit(127);
+        }
+        ::close(out[1]);
+        for (Step const& step : steps) {
+            // Shown only once echo is off: the text typed next is never echoed.
+            waitForTerminal(step.prompt);
+            if (testing::Test::HasFatalFailure()) {
+                ::kill(pid, SIGKILL);
+                break;
+            }
+            termios settings{};
+            ::tcgetattr(master, &settings);
+            EXPECT_FALSE(settings.c_lflag & ECHO) << step.prompt;
+            EXPECT_EQ(::write(master, step.typed.data(), step.typed.size()), static_cast<ssize_t>(step.typed.size()));
+        }
+        printed = drain(out[0]);
+        int wstatus = 0;
+        ::waitpid(pid, &wstatus, 0);
+        status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
+        termios settings{};
+        ::tcgetattr(master, &settings);
+        echoAfterwards = settings.c_lflag & ECHO;
+        ::fcntl(master, F_SETFL, O_NONBLOCK);
+        shown += drain(master);
+        for (int fd : {out[0], master}) ::close(fd);
+    }
+
+    void waitForTerminal(std::string const& text) {
+        while (shown.find(text, consumed) == std::string::npos) {
+            pollfd p{master, POLLIN, 0};
+            ASSERT_EQ(::poll(&p, 1, 60000), 1) << "the terminal never showed " << text << "; it shows: " << shown;
+            char buffer[256];
+            ssize_t const got = ::read(master, buffer, sizeof buffer);
+            ASSERT_GT(got, 0);
+            shown.append(buffer, static_cast<size_t>(got));
+        }
+        consumed = shown.find(text, consumed) + text.size();
+    }
+
+    int master = -1;
+    std::string shown, printed;
+    size_t consumed = 0;
+    int status = -1;
+    bool echoAfterwards = false;
+};
+
+class ZelmorctlSecrets : public testing::Test {
+protected:
+    // The first device is locked for reading, the second for changing passwords.
+    SimFleet fleet{{"--no-announce", "--history", "0", "--device", "V,user=kingfisher", "--device", "V,user=bilge"}};
+    TempDirectory dir;
+    std::string const passwordFile =
+        dir.write("password", {'k', 'i', 'n', 'g', 'f', 'i', 's', 'h', 'e', 'r', '\r', '\n'});
+    std::string const link = fleet.device(0).link;
+    std::string const linkFile = dir.write("link", std::vector<uint8_t>(link.begin(), link.end()));
+};
+
+TEST_F(ZelmorctlSecrets, NeitherPasswordNorKeyIsPrintedUnlessTheCommandAsksForIt) {
+    std::string const keyBase64 = link.substr(link.find("&k=") + 3);
+    ProgramRun const decoded = zelmorctl({"--json", "link", "decode", "--show-key", link});
+    std::string const keyHex = jsonResult(decoded)["key"];
+    std::string const lan = fleet.device(0).address;
+    std::string const env = std::string("ZELMOR_PASSWORD=") + kPassword;
+    struct Case {
+        std::vector<std::string> arguments;
+        std::vector<std::string> environment;
+        int status;
+        bool printsKey;
+    };
+    Case const cases[] = {
+        {{"--lan", lan, "--password-file", passwordFile, "--json", "stats"}, {}, 0, false},
+        {{"--lan", lan, "--json", "info"}, {env}, 0, false},
+        {{"--link-file", linkFile, "--password-file", passwordFile, "info"}, {}, 0, false},
+        {{"--link", link, "--json", "stats"}, {env}, 0, false},
+        {{"--lan", lan, "stats"}, {}, 1, false},
+        {{"--lan", lan, "--password-file", dir.file("missing"), "info"}, {}, 2, false},
+        {{"link", "decode", link}, {}, 0, false},
+        {{"--json", "link", "decode", link}, {}, 0, false},
+        {{"link", "decode", link.substr(0, link.find("&k="))}, {}, 2, false},
+        {{"link", "decode", link.substr(0, link.find("&k=") + 1) + keyBase64}, {}, 2, false},
+        {{"--link", link.substr(0, link.size() - 2), "info"}, {}, 2, false},
+        {{"--lan", lan, "pair"}, {env}, 0, true},
+        {{"link", "decode", "--show-key", link}, {}, 0, true},
+    };
+    for (Case const& c : cases) {
+        ProgramRun const run = zelmorctl(c.arguments, c.environment);
+        SCOPED_TRACE(fmt::format("{}  {}", fmt::join(c.environment, " "), fmt::join(c.arguments, " ")));
+        EXPECT_EQ(run.status, c.status) << run.err;
+        std::string const printed = run.out + run.err;
+        EXPECT_EQ(printed.find(kPassword), std::string::npos) << printed;
+        EXPECT_EQ(printed.find(keyHex) != std::string::npos || printed.find(keyBase64) != std::string::npos,
+                  c.printsKey)
+            << printed;
+    }
+}
+
+TEST_F(ZelmorctlSecrets, TheCommandLineOfARunningZelmorctlHoldsNoPassword) {
+    // A silent hub on an address of its own: zelmorctl is past reading its
+    // secrets and waits for an answer while its command line is read.
+    RawSocket hub = RawSocket::listening("127.0.0.9", 7209);
+    std::string const env = std::string("ZELMOR_PASSWORD=") + kPassword;
+    std::vector<std::string> const cases[] = {
+        {ZELMORCTL_PATH, "--hub", "127.0.0.9", "--link-file", linkFile, "--password-file", passwordFile, "info"},
+        {env, ZELMORCTL_PATH, "--hub", "127.0.0.9", "--link-file", linkFile, "info"},
+    };
+    for (auto const& arguments : cases) {
+        SCOPED_TRACE(fmt::format("{}", fmt::join(arguments, " ")));
+        ChildProcess zelmorctl("/usr/bin/env", arguments);
+        RawSocket connection = hub.accept();
+        int const fd = ::open(fmt::format("/proc/{}/cmdline", zelmorctl.pid()).c_str(), O_RDONLY | O_CLOEXEC);
+        std::string const commandLine = drain(fd);
+        ::close(fd);
+        EXPECT_NE(commandLine.find(ZELMORCTL_PATH), std::string::npos) << commandLine;
+        EXPECT_EQ(commandLine.find(kPassword), std::string::npos) << commandLine;
+        EXPECT_EQ(commandLine.find(link.substr(link.find("&k="))), std::string::npos) << commandLine;
+        connection.close();
+        EXPECT_EQ(zelmorctl.wait(std::chrono::minutes(1)), 3) << zelmorctl.takeErrors();
+    }
+}
+
+TEST_F(ZelmorctlSecrets, TheHiddenPromptAsksOnTheTerminalAndPutsEchoBackOnEveryWayOut) {
+    std::string const locked = fleet.device(0).address, changing = fleet.device(1).address;
+    struct Case {
+        std::vector<std::string> arguments;
+        std::vector<TerminalRun::Step> steps;
+        int status;
+        std::string printed;  // on standard output and error: no prompt there
+    };
+    Case const cases[] = {
+        {{"--lan", locked, "--json", "unlock"}, {{"Password: ", "kingfisher\n"}}, 0, "{\"ok\":true}\n"},
+        {{"--lan", locked, "stats"}, {{"Password: ", "heron\n"}}, 1, "Invalid password.\n"},
+        {{"--lan", locked, "stats"}, {{"Password: ", "\x03"}}, 130, "Cancelled.\n"},
+        {{"--lan", changing, "lock", "user"},
+         {{"Password: ", "bilge\n"}, {"New password: ", "heron\n"}, {"Repeat the new password: ", "heron\r\n"}},
+         0,
+         "User password set.\n"},
+        {{"--lan", changing, "lock", "user"},
+         {{"Password: ", "heron\n"}, {"New password: ", "tide\n"}, {"Repeat the new password: ", "tida\n"}},
+         2,
+         "The two new passwords differ; nothing was changed\n"},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
+        TerminalRun const run(c.arguments, c.steps);
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_EQ(run.printed, c.printed);
+        EXPECT_TRUE(run.echoAfterwards);
+        // Nothing typed is echoed.
+        for (auto const& step : c.steps) EXPECT_EQ(run.shown.find(step.typed.substr(0, 4)), std::string::npos);
+    }
+    // The password typed last is the device's now.
+    EXPECT_FALSE(jsonResult(zelmorctl({"--lan", changing, "--password", "heron", "--json", "info"}))["locked"]);
+}
+
+}  // namespace
