@@ -100,5 +100,5 @@ private:
     mutable std::mutex mutex_;  // guards adapterPath_ and error_
     std::string adapterPath_;
     std::string error_;
-    ListenerThread listener_;
+    ListenerThread listener_{"zelmor-bluez"};
 };

@@ -1,5 +1,7 @@
 #include "listener_thread.h"
 
+#include <pthread.h>
+
 ListenerThread::~ListenerThread() { leave(); }
 
 bool ListenerThread::listening() const {
@@ -29,6 +31,8 @@ bool ListenerThread::start(std::function<Loop()> const& prepare) {
                     loop(*run);
                     run->ended_.store(true);
                 });
+                // Named here, so that the name is there once start() returns.
+                ::pthread_setname_np(thread_.native_handle(), name_.c_str());
                 run_ = std::move(run);
                 return true;
             }

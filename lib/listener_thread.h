@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 
 /// The thread a scanner listens on. Its loop calls the scanner's callback, and
@@ -35,7 +36,9 @@ public:
     /// what it listens on fails.
     using Loop = std::function<void(Run const& run)>;
 
-    ListenerThread() = default;
+    /// `name` is given to every thread (top, gdb and /proc show it); at most
+    /// 15 characters.
+    explicit ListenerThread(std::string name) : name_(std::move(name)) {}
     ~ListenerThread();
     ListenerThread(ListenerThread const&) = delete;
     ListenerThread& operator=(ListenerThread const&) = delete;
@@ -56,6 +59,7 @@ public:
 private:
     bool onLoopThread() const { return thread_.get_id() == std::this_thread::get_id(); }
 
+    std::string const name_;
     mutable std::mutex mutex_;  // guards run_ and thread_, which are set together
     std::shared_ptr<Run> run_;
     std::thread thread_;

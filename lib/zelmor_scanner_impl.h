@@ -59,5 +59,5 @@ private:
     std::unique_ptr<BluetoothLEScanner> ble_;
     mutable std::mutex errorMutex_;
     std::string error_;
-    ListenerThread lan_;
+    ListenerThread lan_{"zelmor-lan"};
 };

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <sstream>
 
 #include "bluetooth_le_scanner.h"
 #include "fake_bluez.h"
@@ -18,47 +19,40 @@ using Advertisement = BluetoothLEScanner::Advertisement;
 
 constexpr int16_t kAddedRssi = -79;  // what the fake gives a device it adds
 
-/// Starts `scanner` and gives the id of the listening thread it started.
-pid_t startListening(BluetoothLEScanner& scanner) {
-    std::set<int> const before = threadIds();
-    EXPECT_TRUE(scanner.start()) << scanner.lastError();
-    std::set<int> const listener = added(before, threadIds());
-    EXPECT_EQ(listener.size(), 1u);
-    return listener.empty() ? 0 : *listener.begin();
+/// Calls on the scanner each of `calls` ("stop", "start", "destroy"); false
+/// when one fails.
+bool callIn(std::unique_ptr<BluetoothLEScanner>& scanner, std::string const& calls) {
+    std::istringstream words(calls);
+    bool done = true;
+    for (std::string word; words >> word;) {
+        if (word == "stop") done = scanner->stop() && done;
+        if (word == "start") done = scanner->start() && done;
+        if (word == "destroy") scanner.reset();
+    }
+    return done;
 }
 
 TEST(BluetoothLEScannerThread, CallbackMayStopStartAndDestroyItsScanner) {
-    using Scanner = std::unique_ptr<BluetoothLEScanner>;
-    struct Case {
-        char const* action;
-        std::function<bool(Scanner&)> act;
-        bool listening;
-    } const cases[] = {
-        {"stop", [](Scanner& s) { return s->stop(); }, false},
-        {"stop, then start", [](Scanner& s) { return s->stop() && s->start(); }, true},
-        {"destroy",
-         [](Scanner& s) {
-             s.reset();
-             return true;
-         },
-         false},
-    };
+    std::pair<char const*, bool> const cases[] = {{"stop", false}, {"stop start", true}, {"destroy", false}};
     FakeBlueZ& fake = FakeBlueZ::instance();
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.action);
+    for (auto const& [calls, listening] : cases) {
+        SCOPED_TRACE(calls);
         fake.reset();
         Reports<Advertisement> sightings;
         Reports<bool> acted;
         auto scanner = std::make_unique<BluetoothLEScanner>();
-        scanner->setAdvertisementCallback([&, seen = sightings.callback()](Advertisement& sighting) {
-            if (sighting.rssi == kAddedRssi) acted.add(c.act(scanner));
+        std::string const act = calls;
+        scanner->setAdvertisementCallback([&, act, seen = sightings.callback()](Advertisement& sighting) {
+            if (sighting.rssi == kAddedRssi) acted.add(callIn(scanner, act));
             seen(sighting);
         });
         ASSERT_TRUE(scanner->init()) << scanner->lastError();
-        pid_t const listener = startListening(*scanner);
+        ASSERT_TRUE(scanner->start()) << scanner->lastError();
+        pid_t const listener = threadNamed("zelmor-bluez");
+        ASSERT_NE(listener, 0);
         std::string const path = fake.addDevice("C2:5A:4C:00:00:07", "Cabin");
         ASSERT_EQ(acted.wait(1), std::vector<bool>{true});
-        if (!c.listening) {
+        if (!listening) {
             ASSERT_TRUE(eventually([&] { return threadState(listener) == 0; }));
             if (!scanner) continue;
             ASSERT_TRUE(scanner->start()) << scanner->lastError();
@@ -80,7 +74,9 @@ TEST(BluetoothLEScannerThread, StartAfterTheSignalConnectionWasLostListensAgain)
     ASSERT_TRUE(scanner.init()) << scanner.lastError();
     std::set<int> const connections = added(before, openDescriptors());
     ASSERT_EQ(connections.size(), 2u);
-    pid_t const listener = startListening(scanner);
+    ASSERT_TRUE(scanner.start()) << scanner.lastError();
+    pid_t const listener = threadNamed("zelmor-bluez");
+    ASSERT_NE(listener, 0);
     // The signal connection is opened after the method connection.
     ::shutdown(*connections.rbegin(), SHUT_RDWR);
     ASSERT_TRUE(eventually([&] { return threadState(listener) == 0; }));

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <memory>
+#include <sstream>
 
 #include "lan_announcement.h"
 #include "loopback_peers.h"
@@ -44,10 +45,9 @@ private:
     int fd_;
 };
 
-std::vector<uint64_t> serials(std::vector<Advertisement> const& sightings) {
-    std::vector<uint64_t> seen;
-    for (Advertisement const& sighting : sightings) seen.push_back(sighting.serial);
-    return seen;
+/// A callback that reports the serial of every sighting.
+ZelmorScanner::AdvertisementCallback reportSerials(Reports<uint64_t>& serials) {
+    return [seen = serials.callback()](Advertisement const& sighting) { seen(sighting.serial); };
 }
 
 /// The socket of this process bound to kPort; -1 when there is none.
@@ -83,90 +83,73 @@ TEST(LanScannerThread, ListensOnThroughWhatOthersMaySend) {
     for (auto const& [event, cause] : events) {
         SCOPED_TRACE(event);
         AnnouncingPeer peer;
-        Reports<Advertisement> sightings;
+        Reports<uint64_t> serials;
         ZelmorScannerImpl scanner(kPort);
-        scanner.setAdvertisementCallback(sightings.callback());
-        std::set<int> const before = threadIds();
+        scanner.setAdvertisementCallback(reportSerials(serials));
         ASSERT_TRUE(scanner.startWifiScan());
-        std::set<int> const listener = added(before, threadIds());
-        ASSERT_EQ(listener.size(), 1u);
-        cause(peer, *listener.begin());
+        pid_t const listener = threadNamed("zelmor-lan");
+        ASSERT_NE(listener, 0);
+        cause(peer, listener);
         peer.announce(1);
-        EXPECT_EQ(serials(sightings.wait(1)), std::vector<uint64_t>{1});
+        EXPECT_EQ(serials.wait(1), std::vector<uint64_t>{1});
     }
 }
 
 // A socket shut down under the listener ends it; the next start opens a new one.
 TEST(LanScannerThread, StartAfterTheListenerEndedListensAgain) {
     AnnouncingPeer peer;
-    Reports<Advertisement> sightings;
+    Reports<uint64_t> serials;
     ZelmorScannerImpl scanner(kPort);
-    scanner.setAdvertisementCallback(sightings.callback());
+    scanner.setAdvertisementCallback(reportSerials(serials));
     ASSERT_TRUE(scanner.startWifiScan());
     ASSERT_GE(listeningSocket(), 0);
     ::shutdown(listeningSocket(), SHUT_RDWR);
     ASSERT_TRUE(eventually([] { return listeningSocket() < 0; }));
     ASSERT_TRUE(scanner.startWifiScan()) << scanner.lastError();
     peer.announce(2);
-    EXPECT_EQ(serials(sightings.wait(1)), std::vector<uint64_t>{2});
+    EXPECT_EQ(serials.wait(1), std::vector<uint64_t>{2});
 }
 
-// Listening ends once a callback that stopped it returns (the port is let go);
-// a start there takes the stop back.
-TEST(LanScannerThread, CallbackMayStopAndStartItsScanner) {
-    struct Case {
-        char const* action;
-        std::function<bool(ZelmorScannerImpl&)> act;
-        bool listening;
-    } const cases[] = {
-        {"stop",
-         [](ZelmorScannerImpl& s) {
-             s.stopWifiScan();
-             return true;
-         },
-         false},
-        {"stop, then start",
-         [](ZelmorScannerImpl& s) {
-             s.stopWifiScan();
-             return s.startWifiScan();
-         },
-         true},
-        {"start", [](ZelmorScannerImpl& s) { return s.startWifiScan(); }, true},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.action);
+/// Calls on the scanner each of `calls` ("stop", "start", "destroy"); false
+/// when a start fails.
+bool callIn(std::unique_ptr<ZelmorScannerImpl>& scanner, std::string const& calls) {
+    std::istringstream words(calls);
+    bool started = true;
+    for (std::string word; words >> word;) {
+        if (word == "stop") scanner->stopWifiScan();
+        if (word == "start") started = scanner->startWifiScan() && started;
+        if (word == "destroy") scanner.reset();
+    }
+    return started;
+}
+
+// Listening ends once a callback that stopped its scanner or destroyed it
+// returns (the port is let go); a start there takes a stop back.
+TEST(LanScannerThread, CallbackMayStopStartAndDestroyItsScanner) {
+    std::pair<char const*, bool> const cases[] = {
+        {"stop", false}, {"stop start", true}, {"start", true}, {"destroy", false}};
+    for (auto const& [calls, listening] : cases) {
+        SCOPED_TRACE(calls);
         AnnouncingPeer peer;
-        Reports<Advertisement> sightings;
-        Reports<bool> acted;
-        ZelmorScannerImpl scanner(kPort);
-        scanner.setAdvertisementCallback([&, seen = sightings.callback()](Advertisement const& sighting) {
-            if (sighting.serial == 1) acted.add(c.act(scanner));
+        Reports<uint64_t> serials;
+        Reports<bool> called;
+        auto scanner = std::make_unique<ZelmorScannerImpl>(kPort);
+        std::string const act = calls;
+        scanner->setAdvertisementCallback([&, act, seen = reportSerials(serials)](Advertisement const& sighting) {
+            if (sighting.serial == 1) called.add(callIn(scanner, act));
             seen(sighting);
         });
-        ASSERT_TRUE(scanner.startWifiScan());
+        ASSERT_TRUE(scanner->startWifiScan());
         peer.announce(1);
-        ASSERT_EQ(acted.wait(1), std::vector<bool>{true});
-        if (!c.listening) {
+        ASSERT_EQ(called.wait(1), std::vector<bool>{true});
+        if (!listening) {
             ASSERT_TRUE(eventually([] { return listeningSocket() < 0; }));
-            ASSERT_TRUE(scanner.startWifiScan()) << scanner.lastError();
+            if (!scanner) continue;
+            ASSERT_TRUE(scanner->startWifiScan()) << scanner->lastError();
         }
         peer.announce(2);
-        EXPECT_EQ(serials(sightings.wait(2)), (std::vector<uint64_t>{1, 2}));
+        EXPECT_EQ(serials.wait(2), (std::vector<uint64_t>{1, 2}));
     }
-}
-
-TEST(LanScannerThread, CallbackMayDestroyItsScanner) {
-    AnnouncingPeer peer;
-    Reports<Advertisement> sightings;
-    auto scanner = std::make_unique<ZelmorScannerImpl>(kPort);
-    scanner->setAdvertisementCallback([&scanner, seen = sightings.callback()](Advertisement const& sighting) {
-        scanner.reset();
-        seen(sighting);
-    });
-    ASSERT_TRUE(scanner->startWifiScan());
-    peer.announce(1);
-    ASSERT_EQ(sightings.wait(1).size(), 1u);
-    EXPECT_TRUE(eventually([] { return listeningSocket() < 0; }));
 }
 
 }  // namespace

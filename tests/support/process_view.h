@@ -23,7 +23,6 @@ inline std::set<int> procEntries(char const* directory) {
     return numbers;
 }
 inline std::set<int> openDescriptors() { return procEntries("/proc/self/fd"); }
-inline std::set<int> threadIds() { return procEntries("/proc/self/task"); }
 
 /// What is in `after` and not in `before`.
 inline std::set<int> added(std::set<int> const& before, std::set<int> const& after) {
@@ -31,6 +30,16 @@ inline std::set<int> added(std::set<int> const& before, std::set<int> const& aft
     for (int n : after)
         if (!before.contains(n)) fresh.insert(n);
     return fresh;
+}
+
+/// The id of the thread of this process named `name`; 0 when there is none.
+inline pid_t threadNamed(std::string const& name) {
+    for (int id : procEntries("/proc/self/task")) {
+        std::ifstream comm("/proc/self/task/" + std::to_string(id) + "/comm");
+        std::string line;
+        if (std::getline(comm, line) && line == name) return id;
+    }
+    return 0;
 }
 
 /// The thread's state letter ('R' running, 'S' asleep in a wait...); 0 once it is gone.
