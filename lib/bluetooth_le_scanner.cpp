@@ -283,6 +283,8 @@ bool BluetoothLEScanner::start() {
 bool BluetoothLEScanner::reconnectSignals() {
     closeConnection(signalConnection_);
     subscribed_ = false;
+    // BlueZ still discovers for the method connection and refuses a second
+    // start from one client; its refusal when it does not is of no matter.
     call(methodConnection_, methodCall(adapterPath(), kAdapterInterface, "StopDiscovery"));
     std::string error;
     signalConnection_ = openSystemBus(error);
