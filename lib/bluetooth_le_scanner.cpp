@@ -1,6 +1,7 @@
 #include "bluetooth_le_scanner.h"
 
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <variant>
 
@@ -171,6 +172,12 @@ std::optional<Advertisement> advertisementIn(DBusConnection* methodConnection, D
     return std::nullopt;
 }
 
+/// A reference of the listening thread's own: the connection stays valid for
+/// it after the scanner closed it (libdbus then only reports it disconnected).
+std::shared_ptr<DBusConnection> sharedReference(DBusConnection* connection) {
+    return std::shared_ptr<DBusConnection>(dbus_connection_ref(connection), dbus_connection_unref);
+}
+
 }  // namespace
 
 BluetoothLEScanner::BluetoothLEScanner() = default;
@@ -257,16 +264,31 @@ bool BluetoothLEScanner::setUuidFilters(std::vector<BleUUID> const& uuids) {
 
 bool BluetoothLEScanner::start() {
     if (!methodConnection_) return fail(kNotInitialised);
-    if (running_.load()) return true;
+    if (listener_.listening()) return true;
+    if (!dbus_connection_get_is_connected(signalConnection_)) {
+        listener_.leave();
+        if (!reconnectSignals()) {
+            release();
+            return false;
+        }
+    }
     CallResult const started = call(methodConnection_, methodCall(adapterPath(), kAdapterInterface, "StartDiscovery"));
     if (!started.reply) {
         release();
         return fail(started.error);
     }
-    endListening();
-    running_.store(true);
-    listener_ = std::thread([this] { listen(); });
-    return true;
+    return listener_.start([this] { return listeningLoop(); });
+}
+
+bool BluetoothLEScanner::reconnectSignals() {
+    closeConnection(signalConnection_);
+    subscribed_ = false;
+    // BlueZ still discovers for the method connection and refuses a second
+    // start from one client; its refusal when it does not is of no matter.
+    call(methodConnection_, methodCall(adapterPath(), kAdapterInterface, "StopDiscovery"));
+    std::string error;
+    signalConnection_ = openSystemBus(error);
+    return signalConnection_ ? subscribe() : fail(error);
 }
 
 bool BluetoothLEScanner::stop() {
@@ -277,18 +299,12 @@ bool BluetoothLEScanner::stop() {
 
 std::string BluetoothLEScanner::stopDiscovery() {
     CallResult const stopped = call(methodConnection_, methodCall(adapterPath(), kAdapterInterface, "StopDiscovery"));
-    endListening();
+    listener_.stop();
     return stopped.error;
 }
 
-void BluetoothLEScanner::endListening() {
-    running_.store(false);
-    // From the callback the listening thread ends by itself once the callback returns.
-    if (listener_.joinable() && listener_.get_id() != std::this_thread::get_id()) listener_.join();
-}
-
 void BluetoothLEScanner::release() {
-    endListening();
+    listener_.leave();
     if (signalConnection_ && subscribed_) {
         for (char const* rule : kMatchRules) dbus_bus_remove_match(signalConnection_, rule, nullptr);
         dbus_connection_flush(signalConnection_);
@@ -300,32 +316,23 @@ void BluetoothLEScanner::release() {
     adapterPath_.clear();
 }
 
-void BluetoothLEScanner::listen() {
-    while (running_.load()) {
-        if (!dbus_connection_read_write(signalConnection_, kReadWriteTimeoutMs)) break;
-        while (running_.load()) {
-            DBusMessagePtr const message(dbus_connection_pop_message(signalConnection_));
-            if (!message) break;
-            if (std::optional<Advertisement> advertisement = advertisementIn(methodConnection_, message.get()))
-                deliver(*advertisement);
+ListenerThread::Loop BluetoothLEScanner::listeningLoop() const {
+    return [signals = sharedReference(signalConnection_), methods = sharedReference(methodConnection_),
+            callback = callback_](ListenerThread::Run const& run) {
+        // Ends when the bus drops the connection, too.
+        while (run.wanted() && dbus_connection_read_write(signals.get(), kReadWriteTimeoutMs)) {
+            while (run.wanted()) {
+                DBusMessagePtr const message(dbus_connection_pop_message(signals.get()));
+                if (!message) break;
+                if (std::optional<Advertisement> advertisement = advertisementIn(methods.get(), message.get()))
+                    callback(*advertisement);
+            }
         }
-    }
-    // A lost bus ends listening as stop() would.
-    running_.store(false);
-}
-
-void BluetoothLEScanner::deliver(Advertisement& advertisement) {
-    AdvertisementCallback callback;
-    {
-        std::lock_guard lock(mutex_);
-        callback = callback_;
-    }
-    if (callback) callback(advertisement);
+    };
 }
 
 void BluetoothLEScanner::setAdvertisementCallback(AdvertisementCallback callback) {
-    std::lock_guard lock(mutex_);
-    callback_ = std::move(callback);
+    callback_.set(std::move(callback));
 }
 
 std::string BluetoothLEScanner::adapterPath() const {

@@ -1,16 +1,16 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "ble_uuid.h"
+#include "listener_thread.h"
+#include "shared_callback.h"
 
 struct DBusConnection;
 
@@ -22,6 +22,14 @@ struct DBusConnection;
 /// The bus is the one DBUS_SYSTEM_BUS_ADDRESS names, else the system bus.
 /// Failures are never thrown: every operation returns false and lastError()
 /// tells the D-Bus error.
+///
+/// Threads: one thread at a time drives the scanner, and the callback, which
+/// runs on the listening thread, may be that thread (see ListenerThread for
+/// the rules). A stop() there ends listening once the callback returns and a
+/// start() after it keeps it going; init() or the destructor there let the
+/// thread end by itself, on references of its own to the connections. The
+/// thread ends by itself only when the bus drops the signal connection; the
+/// next start() then opens a new one.
 class BluetoothLEScanner {
 public:
     /// One object's org.bluez.Device1 properties. An absent property leaves
@@ -58,10 +66,13 @@ public:
     /// Stops discovery, then sets the filter {UUIDs}; a 16-bit UUID is sent
     /// inside the base UUID.
     bool setUuidFilters(std::vector<BleUUID> const& uuids);
-    /// StartDiscovery, then the listening thread. A D-Bus error releases both
-    /// connections.
+    /// StartDiscovery, then the listening thread; nothing while listening. A
+    /// signal connection the bus dropped is opened anew first (discovery is
+    /// stopped before it is started again: BlueZ refuses a second start from
+    /// one client). A D-Bus error releases both connections.
     bool start();
-    /// StopDiscovery; the listening thread is ended and joined.
+    /// StopDiscovery; the listening thread is ended and joined (from the
+    /// callback: it ends once the callback returns).
     bool stop();
 
     /// Called on the listening thread. May be replaced at any time.
@@ -76,20 +87,18 @@ private:
     bool findAdapter();
     bool powerAdapter();
     bool subscribe();
+    bool reconnectSignals();
     // StopDiscovery, then the end of the listening thread; the D-Bus error, empty on success.
     std::string stopDiscovery();
-    void endListening();
     void release();
-    void listen();
-    void deliver(Advertisement& advertisement);
+    ListenerThread::Loop listeningLoop() const;
 
     DBusConnection* methodConnection_ = nullptr;
     DBusConnection* signalConnection_ = nullptr;
     bool subscribed_ = false;
-    std::thread listener_;
-    std::atomic<bool> running_{false};
-    mutable std::mutex mutex_;  // guards adapterPath_, callback_ and error_
+    SharedCallback<void(Advertisement&)> callback_;
+    mutable std::mutex mutex_;  // guards adapterPath_ and error_
     std::string adapterPath_;
-    AdvertisementCallback callback_;
     std::string error_;
+    ListenerThread listener_{"zelmor-bluez"};
 };

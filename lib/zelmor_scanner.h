@@ -47,17 +47,22 @@ public:
 
     virtual ~ZelmorScanner() = default;
 
-    /// Starts listening for LAN announcements. False when the listener cannot
-    /// be set up (lastError() tells why); sightings then come from Bluetooth only.
+    /// Starts listening for LAN announcements; true at once while listening,
+    /// and a listener that ended by itself is started anew. False when the
+    /// listener cannot be set up (lastError() tells why); sightings then come
+    /// from Bluetooth only.
     virtual bool startWifiScan() = 0;
     /// Stops the LAN listener and waits for its thread; safe when not started.
+    /// From the callback it does not wait: the listener ends once the callback
+    /// returns.
     virtual void stopWifiScan() = 0;
     /// Starts the Bluetooth LE source: scanning through the system's Bluetooth
     /// daemon for the devices' service, each advertisement that carries the
     /// devices' manufacturer data becoming a sighting. False when there is no
     /// usable adapter or the daemon refuses (lastError() tells why).
     virtual bool initBle() = 0;
-    /// Stops Bluetooth LE scanning and waits for its thread; safe when not started.
+    /// Stops Bluetooth LE scanning and waits for its thread; safe when not
+    /// started. From the callback the thread ends once the callback returns.
     virtual void stopBle() = 0;
     /// An empty callback drops sightings. May be replaced while scanning.
     virtual void setAdvertisementCallback(AdvertisementCallback callback) = 0;

@@ -1,14 +1,14 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "bluetooth_le_scanner.h"
 #include "lan_announcement.h"
+#include "listener_thread.h"
+#include "shared_callback.h"
 #include "zelmor_scanner.h"
 
 /// The device finder of this machine. LAN source: a UDP listener on port 7207
@@ -21,6 +21,15 @@
 /// under kZelmorCompanyId that decodes (ble_manufacturer_data.h). The
 /// Bluetooth LE models have no serial number of their own on the air, so a
 /// sighting's serial is its 48-bit Bluetooth address.
+///
+/// Threads: each source calls the callback on a thread of its own, and the
+/// callback may call every method here (see ListenerThread for the rules):
+/// a stop there ends that source once the callback returns, a start after it
+/// keeps or restarts it, and destroying the scanner there lets both threads
+/// end by themselves (the LAN socket is closed, and the port free again, only
+/// then). Only the socket failing ends the LAN listener by itself; the next
+/// startWifiScan() then opens a new socket. Starting and stopping a source
+/// from two threads at once is safe; which call wins is not said.
 class ZelmorScannerImpl : public ZelmorScanner {
 public:
     static constexpr int kEpollWaitMs = 50;
@@ -42,16 +51,13 @@ public:
     std::string lastError() const override;
 
 private:
-    void listen(int socket);
-    void deliver(Advertisement const& advertisement);
     void setError(std::string text);
 
     uint16_t const port_;
-    std::thread lanThread_;
-    std::atomic<bool> running_{false};
+    SharedCallback<void(Advertisement const&)> callback_;
+    std::mutex bleMutex_;  // guards ble_, which is swapped under it and stopped outside it
     std::unique_ptr<BluetoothLEScanner> ble_;
-
-    mutable std::mutex mutex_;  // guards callback_ and error_
-    AdvertisementCallback callback_;
+    mutable std::mutex errorMutex_;
     std::string error_;
+    ListenerThread lan_{"zelmor-lan"};
 };
