@@ -17,7 +17,7 @@
 //  - ageing (not with --quick): a fifth of the devices switched off with
 //    SIGUSR1, and the time until their rows are gone (ten seconds after their
 //    last announcement, the ageing timer's second at most).
-// The main window with the thousand listed is saved as
+// The main window with the thousand listed, scrolled to its end, is saved as
 // screenshots/main_window_1000_devices.png next to this program.
 #include <sys/resource.h>
 
@@ -252,6 +252,8 @@ std::optional<Run> measure(size_t devices, std::chrono::milliseconds steady, boo
         return failed("The main window listed " + std::to_string(count()) + " of " + std::to_string(devices) +
                       " devices within 30 s (is UDP 7207 free?)");
     }
+    // The last rows, so that the picture shows how far the list goes.
+    if (screenshot) list->EnsureVisible(list->GetItemCount() - 1);
     if (screenshot && !saveScreenshot(*window, list, *screenshot)) std::fprintf(stderr, "No screenshot taken\n");
 
     {
