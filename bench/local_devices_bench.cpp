@@ -136,7 +136,7 @@ public:
 
     std::vector<double> sorted() const {
         std::vector<double> sorted = latenessMs_;
-        std::ranges::sort(sorted);
+        std::sort(sorted.begin(), sorted.end());
         return sorted;
     }
 

@@ -137,7 +137,8 @@ std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
     }
     if (o.fallSilent > o.announceOnly)
         return fmt::format("--fall-silent {}: more than the {} --announce-only devices", o.fallSilent, o.announceOnly);
-    std::ranges::move(sim::announceOnlyDevices(o.announceOnly, defaults), std::back_inserter(fleet.devices));
+    std::vector<sim::DevicePlan> announceOnly = sim::announceOnlyDevices(o.announceOnly, defaults);
+    std::move(announceOnly.begin(), announceOnly.end(), std::back_inserter(fleet.devices));
     std::optional<uint32_t> const base = sim::parseLoopbackAddress(o.baseAddress);
     if (!base) return "--base-address " + o.baseAddress + ": not a numeric loopback address (127.0.0.0/8)";
     if (std::string error = sim::completeFleet(fleet.devices, *base, o.seed); !error.empty()) return error;

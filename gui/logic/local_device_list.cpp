@@ -19,8 +19,8 @@ LocalDeviceList::Changes LocalDeviceList::take(std::span<ZelmorScanner::Advertis
         entry = Entry{advertisement, std::move(cells), nowMs};
     }
     changes.added = entries_.size() - before;
-    std::ranges::sort(changes.rewritten);
-    changes.rewritten.erase(std::ranges::unique(changes.rewritten).begin(), changes.rewritten.end());
+    std::sort(changes.rewritten.begin(), changes.rewritten.end());
+    changes.rewritten.erase(std::unique(changes.rewritten.begin(), changes.rewritten.end()), changes.rewritten.end());
     return changes;
 }
 
