@@ -13,7 +13,6 @@
 #include "gui_device.h"
 #include "gui_enter_string.h"
 #include "hardware_revision.h"
-#include "local_device_cells.h"
 #include "local_store.h"
 #include "window_handle.h"
 
@@ -27,18 +26,15 @@ constexpr char kWifiDirectInstructions[] =
     "power cycle it.\nUse your computer WiFi settings to connect to the device.\bYour device will show up like: "
     "ZLMR_12A456B8.\nThe password is: relayfox";
 
-wxListCtrl* makeList(wxWindow* parent, wxSizer* sizer, char const* title) {
+/// A titled box filling its share of `sizer`, with the list `make` gives for
+/// the box's own window.
+template <class List, class Make>
+List* addList(wxWindow* parent, wxSizer* sizer, char const* title, Make make) {
     auto* box = new wxStaticBoxSizer(wxVERTICAL, parent, title);
-    auto* list =
-        new wxListCtrl(box->GetStaticBox(), wxID_ANY, wxDefaultPosition, wxDefaultSize, wxLC_REPORT | wxLC_SINGLE_SEL);
+    List* list = make(box->GetStaticBox());
     box->Add(list, 1, wxEXPAND | wxALL, 4);
     sizer->Add(box, 1, wxEXPAND | wxALL, 4);
     return list;
-}
-
-void setRow(wxListCtrl* list, long row, std::vector<std::string> const& cells) {
-    for (size_t column = 0; column < cells.size(); ++column)
-        list->SetItem(row, static_cast<int>(column), wxString::FromUTF8(cells[column]));
 }
 
 }  // namespace
@@ -47,17 +43,18 @@ GuiMain::GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner)
     : wxFrame(nullptr, wxID_ANY, kProgramName, wxDefaultPosition, wxSize(1300, 600)),
       store_(store),
       scanner_(std::move(scanner)),
-      ageingTimer_(this, kAgeingTimerId) {
+      ageingTimer_(this, kAgeingTimerId),
+      sightingTimer_(this, kSightingTimerId) {
     buildMenus();
 
     auto* sizer = new wxBoxSizer(wxVERTICAL);
-    localDevices_ = makeList(this, sizer, "Local Devices");
-    remoteDevices_ = makeList(this, sizer, "Remote Devices");
+    localDevices_ = addList<LocalDevicesView>(this, sizer, "Local Devices",
+                                              [this](wxWindow* box) { return new LocalDevicesView(box, sightings_); });
+    remoteDevices_ = addList<wxListCtrl>(this, sizer, "Remote Devices", [](wxWindow* box) {
+        return new wxListCtrl(box, wxID_ANY, wxDefaultPosition, wxDefaultSize, wxLC_REPORT | wxLC_SINGLE_SEL);
+    });
     SetSizer(sizer);
 
-    for (ListColumn const& column : localDeviceColumns())
-        localDevices_->AppendColumn(column.title, column.rightAligned ? wxLIST_FORMAT_RIGHT : wxLIST_FORMAT_LEFT,
-                                    column.width);
     remoteDevices_->AppendColumn("Name", wxLIST_FORMAT_LEFT, 200);
     remoteDevices_->AppendColumn("Model", wxLIST_FORMAT_LEFT, 120);
     remoteDevices_->AppendColumn("Serial Number", wxLIST_FORMAT_LEFT, 150);
@@ -66,14 +63,15 @@ GuiMain::GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner)
     remoteDevices_->Bind(wxEVT_LIST_ITEM_ACTIVATED, &GuiMain::OnRemoteDeviceActivated, this);
     remoteDevices_->Bind(wxEVT_LIST_ITEM_RIGHT_CLICK, &GuiMain::OnRemoteDeviceRightClick, this);
     Bind(wxEVT_TIMER, &GuiMain::OnAgeingTimer, this, kAgeingTimerId);
+    Bind(wxEVT_TIMER, &GuiMain::OnSightingTimer, this, kSightingTimerId);
 
     store_.setRemoteDevicesObserver([this] { rebuildRemoteDevices(); });
     rebuildRemoteDevices();
 
     // The scanner's threads end in the destructor, before the window goes.
     scanner_->setAdvertisementCallback(
-        [self = anchor_.handle(*this)](ZelmorScanner::Advertisement const& advertisement) {
-            postToWindow(self, [advertisement](GuiMain& window) { window.takeAdvertisement(advertisement); });
+        [inbox = inbox_, self = anchor_.handle(*this)](ZelmorScanner::Advertisement const& advertisement) {
+            if (inbox->put(advertisement)) postToWindow(self, [](GuiMain& window) { window.sightingsWaiting(); });
         });
     scanner_->startWifiScan();
     scanner_->initBle();
@@ -82,6 +80,7 @@ GuiMain::GuiMain(LocalStore& store, std::unique_ptr<ZelmorScanner> scanner)
 
 GuiMain::~GuiMain() {
     ageingTimer_.Stop();
+    sightingTimer_.Stop();
     scanner_->setAdvertisementCallback({});
     scanner_->stopWifiScan();
     scanner_->stopBle();
@@ -106,16 +105,17 @@ void GuiMain::buildMenus() {
     Bind(wxEVT_MENU, &GuiMain::OnMenuRemoveRemoteDevice, this, GuiMain::kMenuRemoveRemoteDevice);
 }
 
-void GuiMain::takeAdvertisement(ZelmorScanner::Advertisement const& advertisement) {
-    LocalDeviceList::Placement const placement = sightings_.take(advertisement, wxGetUTCTimeMillis().GetValue());
-    long const row = static_cast<long>(placement.row);
-    if (placement.added) localDevices_->InsertItem(row, wxString());
-    setRow(localDevices_, row, localDeviceCells(advertisement));
+void GuiMain::sightingsWaiting() {
+    // The first sighting of a batch: the ones after it join it until the timer.
+    if (!sightingTimer_.IsRunning()) sightingTimer_.StartOnce(kSightingBatchMs);
+}
+
+void GuiMain::OnSightingTimer(wxTimerEvent&) {
+    localDevices_->showChanges(sightings_.take(inbox_->take(), wxGetUTCTimeMillis().GetValue()));
 }
 
 void GuiMain::OnAgeingTimer(wxTimerEvent&) {
-    for (size_t row : sightings_.age(wxGetUTCTimeMillis().GetValue()))
-        localDevices_->DeleteItem(static_cast<long>(row));
+    localDevices_->removeRows(sightings_.age(wxGetUTCTimeMillis().GetValue()));
 }
 
 void GuiMain::rebuildRemoteDevices() {

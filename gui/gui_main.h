@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "local_device_list.h"
+#include "local_devices_view.h"
+#include "sighting_inbox.h"
 #include "window_handle.h"
 #include "zelmor.h"
 #include "zelmor_scanner.h"
@@ -23,13 +25,17 @@ class wxListEvent;
 /// the local store in "Remote Devices". Opens a device window for either, and
 /// adds and removes remote devices by device link.
 ///
-/// Sightings arrive on the scanner's threads and reach the list only through
-/// postToWindow; a sighting not renewed for ten seconds is aged out on timer
-/// 6005.
+/// Sightings arrive on the scanner's threads and wait in a SightingInbox; the
+/// first one into an empty inbox wakes the window through postToWindow, which
+/// takes the whole inbox kSightingBatchMs later on timer 6006. So a network of
+/// a thousand devices costs five updates of the list a second, not a thousand.
+/// A sighting not renewed for ten seconds is aged out on timer 6005.
 class GuiMain : public wxFrame {
 public:
     static constexpr int kAgeingTimerId = 6005;
     static constexpr int kAgeingIntervalMs = 1000;
+    static constexpr int kSightingTimerId = 6006;
+    static constexpr int kSightingBatchMs = 200;
     // Menu commands.
     static constexpr int kMenuAddRemoteDevice = wxID_HIGHEST + 1;
     static constexpr int kMenuWifiDirectConnect = wxID_HIGHEST + 2;
@@ -44,8 +50,6 @@ public:
     wxListCtrl* localDevicesList() const { return localDevices_; }
     wxListCtrl* remoteDevicesList() const { return remoteDevices_; }
 
-    /// A sighting, on the GUI thread: its row is rewritten in place, or added.
-    void takeAdvertisement(ZelmorScanner::Advertisement const& advertisement);
     /// Rebuilds "Remote Devices" from the local store.
     void rebuildRemoteDevices();
 
@@ -54,9 +58,12 @@ public:
 
 private:
     void buildMenus();
+    /// On the GUI thread, once a sighting has come into an empty inbox.
+    void sightingsWaiting();
     void openDevice(Zelmor::DeviceIdentifier const& id, ZelmorScanner* scanner);
 
     void OnAgeingTimer(wxTimerEvent& event);
+    void OnSightingTimer(wxTimerEvent& event);
     void OnMenuAddRemoteDevice(wxCommandEvent& event);
     void OnMenuWifiDirectConnect(wxCommandEvent& event);
     void OnMenuAbout(wxCommandEvent& event);
@@ -67,10 +74,14 @@ private:
 
     LocalStore& store_;
     std::unique_ptr<ZelmorScanner> scanner_;
-    wxListCtrl* localDevices_;
-    wxListCtrl* remoteDevices_;
     LocalDeviceList sightings_;
+    // Shared with the scanner's callback, which may outlive the window's
+    // destructor on the scanner's thread.
+    std::shared_ptr<SightingInbox> inbox_ = std::make_shared<SightingInbox>();
+    LocalDevicesView* localDevices_;
+    wxListCtrl* remoteDevices_;
     wxTimer ageingTimer_;
+    wxTimer sightingTimer_;
     // Not owned: a device window destroys itself, which clears its reference.
     std::vector<wxWeakRef<GuiDevice>> deviceWindows_;
     WindowAnchor anchor_{*this};

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -26,6 +27,29 @@ sockaddr_in socketAddress(uint32_t address, uint16_t port) {
     a.sin_port = htons(port);
     a.sin_addr.s_addr = htonl(address);
     return a;
+}
+
+// The kernel takes the sender's address from IP_PKTINFO for this one datagram;
+// every 127.0.0.0/8 address is this machine's own, so no bind is needed.
+void sendFrom(int socket, uint32_t from, sockaddr_in const& to, std::vector<uint8_t> const& datagram) {
+    iovec payload{const_cast<uint8_t*>(datagram.data()), datagram.size()};
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(in_pktinfo))] = {};
+    msghdr message{};
+    message.msg_name = const_cast<sockaddr_in*>(&to);
+    message.msg_namelen = sizeof to;
+    message.msg_iov = &payload;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = IPPROTO_IP;
+    header->cmsg_type = IP_PKTINFO;
+    header->cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+    in_pktinfo info{};
+    info.ipi_spec_dst.s_addr = htonl(from);
+    std::memcpy(CMSG_DATA(header), &info, sizeof info);
+    // Nobody listening is normal for a device on a network; what fails is not retried.
+    ::sendmsg(socket, &message, MSG_NOSIGNAL);
 }
 
 }  // namespace
@@ -52,18 +76,14 @@ bool Announcer::start() {
         if (!address) {
             fail(fmt::format("Cannot announce from {}: not a numeric loopback address (127.0.0.0/8)",
                              sender.addressText));
-            closeSockets();
             return false;
         }
         sender.address = *address;
-        // Bound to the device's address, so that the datagram carries it as sender.
-        sockaddr_in const from = socketAddress(sender.address, 0);
-        sender.socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-        if (sender.socket < 0 || ::bind(sender.socket, reinterpret_cast<sockaddr const*>(&from), sizeof from) != 0) {
-            fail(fmt::format("Cannot announce from {}: {}", sender.addressText, std::strerror(errno)));
-            closeSockets();
-            return false;
-        }
+    }
+    socket_ = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (socket_ < 0) {
+        fail(fmt::format("Cannot announce: {}", std::strerror(errno)));
+        return false;
     }
     {
         std::lock_guard lock(mutex_);
@@ -74,24 +94,46 @@ bool Announcer::start() {
 }
 
 void Announcer::announceLoop(uint32_t target) {
+    using Clock = std::chrono::steady_clock;
+    size_t const count = senders_.size();
+    size_t const slots = std::clamp(count, size_t{1}, kMaxSlots);
+    std::chrono::microseconds const interval = kInterval;
+    Clock::time_point round = Clock::now();
     for (;;) {
-        announceRound(target);
-        std::unique_lock lock(mutex_);
-        if (wake_.wait_for(lock, kInterval, [this] { return stopping_; })) return;
+        for (size_t slot = 0; slot < slots; ++slot) {
+            auto const due = round + interval * static_cast<int64_t>(slot) / static_cast<int64_t>(slots);
+            {
+                std::unique_lock lock(mutex_);
+                if (wake_.wait_until(lock, due, [this] { return stopping_; })) return;
+            }
+            announceSlot(target, count * slot / slots, count * (slot + 1) / slots);
+        }
+        round += interval;
+        // Far behind (the machine was suspended, say): go on from now rather
+        // than catch up in one burst.
+        if (Clock::now() - round > interval) round = Clock::now();
     }
 }
 
-void Announcer::announceRound(uint32_t target) {
+void Announcer::announceSlot(uint32_t target, size_t first, size_t end) {
     sockaddr_in const to = socketAddress(target, targetPort_);
-    for (Sender const& sender : senders_) {
+    for (size_t i = first; i < end; ++i) {
+        Sender const& sender = senders_[i];
+        {
+            std::lock_guard lock(mutex_);
+            if (sender.silenced) continue;
+        }
         if (!sender.device->online()) continue;  // restarting: silent until it is back
         ZelmorScanner::Advertisement const ad = advertisementOf(*sender.device);
         if (!isNetworkModel(ad.hardwareRevision)) continue;
-        std::vector<uint8_t> const datagram = encodeLanAnnouncement(ad, sender.address);
-        // Nobody listening is normal for a device on a network; what fails is not retried.
-        ::sendto(sender.socket, datagram.data(), datagram.size(), MSG_NOSIGNAL, reinterpret_cast<sockaddr const*>(&to),
-                 sizeof to);
+        sendFrom(socket_, sender.address, to, encodeLanAnnouncement(ad, sender.address));
     }
+}
+
+void Announcer::silence(SimulatedDevice const& device) {
+    std::lock_guard lock(mutex_);
+    for (Sender& sender : senders_)
+        if (sender.device == &device) sender.silenced = true;
 }
 
 void Announcer::stop() {
@@ -101,7 +143,8 @@ void Announcer::stop() {
     }
     wake_.notify_all();
     if (thread_.joinable()) thread_.join();
-    closeSockets();
+    if (socket_ >= 0) ::close(socket_);
+    socket_ = -1;
 }
 
 std::string Announcer::error() const {
@@ -112,13 +155,6 @@ std::string Announcer::error() const {
 void Announcer::fail(std::string text) {
     std::lock_guard lock(mutex_);
     error_ = std::move(text);
-}
-
-void Announcer::closeSockets() {
-    for (Sender& sender : senders_) {
-        if (sender.socket >= 0) ::close(sender.socket);
-        sender.socket = -1;
-    }
 }
 
 }  // namespace sim

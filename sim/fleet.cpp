@@ -13,6 +13,7 @@ Fleet::Fleet(FleetPlan plan) : plan_(std::move(plan)) {
 
 bool Fleet::start() {
     for (size_t i = 0; i < devices_.size(); ++i) {
+        if (!plan_.devices[i].served) continue;
         servers_.push_back(
             std::make_unique<DeviceServer>(*devices_[i], addressText(plan_.devices[i].address), plan_.devicePort));
         if (!servers_.back()->start()) {
@@ -23,7 +24,8 @@ bool Fleet::start() {
     }
     if (plan_.hub) {
         hub_.emplace(addressText(plan_.hub->address), plan_.hub->port);
-        for (auto const& device : devices_) hub_->addDevice(*device);
+        for (size_t i = 0; i < devices_.size(); ++i)
+            if (plan_.devices[i].served) hub_->addDevice(*devices_[i]);
         if (!hub_->start()) {
             error_ = hub_->error();
             stop();
@@ -43,7 +45,8 @@ bool Fleet::start() {
     if (plan_.firmwareServer) {
         firmwareServer_.emplace(addressText(plan_.firmwareServer->address), plan_.firmwareServer->port,
                                 plan_.firmwareOffer);
-        for (auto const& device : devices_) firmwareServer_->addDevice(*device);
+        for (size_t i = 0; i < devices_.size(); ++i)
+            if (plan_.devices[i].served) firmwareServer_->addDevice(*devices_[i]);
         if (!firmwareServer_->start()) {
             error_ = firmwareServer_->error();
             stop();
@@ -51,6 +54,15 @@ bool Fleet::start() {
         }
     }
     return true;
+}
+
+void Fleet::fallSilent(size_t count) {
+    if (!announcer_) return;
+    for (size_t i = devices_.size(); i-- > 0 && count > 0;) {
+        if (plan_.devices[i].served) continue;
+        announcer_->silence(*devices_[i]);
+        --count;
+    }
 }
 
 void Fleet::stop() {

@@ -16,8 +16,9 @@
 namespace sim {
 
 /// The devices of one simulator run and everything that serves them: a device
-/// server per device on the device's own address, the hub relay for all of
-/// them, the announcer and the firmware file server.
+/// server per served device on the device's own address, the hub relay and
+/// the firmware file server for the served devices, and the announcer for
+/// every device that announces itself.
 class Fleet {
 public:
     /// Makes the devices, each with its pre-filled history and its faults. The
@@ -34,6 +35,9 @@ public:
     /// Stops serving and announcing, joining every thread. Idempotent.
     void stop();
     std::string const& error() const { return error_; }
+    /// The last `count` of the devices that only announce themselves stop
+    /// announcing, as if switched off. Between start() and stop().
+    void fallSilent(size_t count);
 
     FleetPlan const& plan() const { return plan_; }
     size_t size() const { return devices_.size(); }

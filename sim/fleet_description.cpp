@@ -41,8 +41,8 @@ std::string devicePorcelain(DevicePlan const& plan, SimulatedDevice& device, Fle
     Zelmor::WifiAccessKey const key = device.accessKey();
     nlohmann::ordered_json line{
         {"address", addressText(plan.address)},
-        {"port", fleet.devicePort},
-        {"hub", fleet.hub ? nlohmann::ordered_json(endpointText(*fleet.hub)) : nlohmann::ordered_json()},
+        {"port", plan.served ? nlohmann::ordered_json(fleet.devicePort) : nlohmann::ordered_json()},
+        {"hub", plan.served && fleet.hub ? nlohmann::ordered_json(endpointText(*fleet.hub)) : nlohmann::ordered_json()},
         {"model", modelName(snapshot.hardwareRevision)},
         {"hardware_revision", snapshot.hardwareRevision},
         {"serial", fmt::format("{:016X}", snapshot.serial)},

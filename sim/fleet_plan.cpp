@@ -219,6 +219,17 @@ std::vector<DevicePlan> defaultFleet(DevicePlan const& defaults) {
     return {lan, wifi, locked};
 }
 
+std::vector<DevicePlan> announceOnlyDevices(size_t count, DevicePlan const& defaults) {
+    std::vector<DevicePlan> devices(count, defaults);
+    for (size_t i = 0; i < count; ++i) {
+        devices[i].hardwareRevision = i % 2 == 0 ? kLanModelRevision : kWifiModelRevision;
+        // Nobody can connect to read it.
+        devices[i].historyDays = 0;
+        devices[i].served = false;
+    }
+    return devices;
+}
+
 std::string completeFleet(std::vector<DevicePlan>& devices, uint32_t base, uint64_t seed) {
     size_t const nameCount = std::size(kNames);
     for (size_t i = 0; i < devices.size(); ++i) {

@@ -51,6 +51,9 @@ struct DevicePlan {
     /// False: the device sends no LAN announcements and is found only by its
     /// address or through the hub, like a device on a far-away network.
     bool announced = true;
+    /// False: the device only announces itself, with no listener, no hub
+    /// channel and no firmware file, like the other equipment of a busy network.
+    bool served = true;
     /// What a Zelmor-V keeps: one network, or a list of known networks.
     WifiKind wifi = WifiKind::NetworkList;
     /// Measurements the device shows instead of its battery's.
@@ -87,6 +90,10 @@ DevicePlanResult parseDevicePlan(std::string_view text, DevicePlan const& defaul
 /// The fleet of a run that names no device: a Zelmor-K, a Zelmor-V, and a
 /// Zelmor-V locked with a user password, each otherwise as `defaults`.
 std::vector<DevicePlan> defaultFleet(DevicePlan const& defaults);
+
+/// `count` devices that only announce themselves, Zelmor-K and Zelmor-V in
+/// turn, each otherwise as `defaults` but with no data log before the start.
+std::vector<DevicePlan> announceOnlyDevices(size_t count, DevicePlan const& defaults);
 
 /// Gives every device what its options left open: a name, a serial, a seed
 /// (`seed` plus the device's place) and consecutive addresses from `base`.

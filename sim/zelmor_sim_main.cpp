@@ -1,11 +1,15 @@
 // zelmor-sim: simulated battery monitors as network devices. Each device listens
 // on its own loopback address (127.0.0.2, 127.0.0.3, ...) on the device port, the
 // hub relay serves all of them by their channels, and every device announces
-// itself on the LAN announcement port once a second. Runs until SIGINT or SIGTERM.
+// itself on the LAN announcement port once a second. Devices that only announce
+// themselves can be added by the thousand, and SIGUSR1 switches some of them
+// off. Runs until SIGINT or SIGTERM.
 #include <pthread.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <variant>
@@ -23,9 +27,13 @@ constexpr char const* kDescription =
     "Simulated Zelmor battery monitors, served on loopback addresses: each device on its own address "
     "(127.0.0.2, 127.0.0.3, ...) on TCP port 7208, the hub relay for every device on 127.0.0.1:7209, LAN "
     "announcements to 127.0.0.1:7207 once a second, and the firmware files over HTTP on 127.0.0.1:7210. Nothing is "
-    "ever sent outside 127.0.0.0/8. Without --device "
+    "ever sent outside 127.0.0.0/8. --announce-only adds devices that only announce themselves, on the addresses "
+    "after the others; SIGUSR1 makes the last --fall-silent of them stop. Without --device "
     "it runs a Zelmor-K, a Zelmor-V and a Zelmor-V locked with a user password. Fault options apply to every "
     "device; a device's own keys override them.";
+
+// Each device costs the simulator about 20 KiB and a datagram a second.
+constexpr size_t kMaxAnnounceOnly = 10000;
 
 constexpr char const* kDeviceHelp =
     "A device (repeatable): MODEL K (Zelmor-K, LAN) or V (Zelmor-V, WiFi), then any of name=TEXT, serial=HEX, "
@@ -46,6 +54,8 @@ struct Options {
     bool noHub = false;
     std::string announceTo = sim::endpointText({sim::kLocalHost, kLanAnnouncementPort});
     bool noAnnounce = false;
+    size_t announceOnly = 0;
+    size_t fallSilent = 0;
     std::string firmwareServer = sim::endpointText({sim::kLocalHost, sim::FirmwareServer::kDefaultPort});
     std::string firmware = "newer";
     bool porcelain = false;
@@ -85,6 +95,14 @@ void addOptions(CLI::App& app, Options& o) {
     app.add_option("--announce-to", o.announceTo, "Loopback address[:port] the announcements go to")
         ->capture_default_str();
     app.add_flag("--no-announce", o.noAnnounce, "Send no announcements");
+    app.add_option("--announce-only", o.announceOnly,
+                   "Add this many devices that only announce themselves (no listener, no hub channel), "
+                   "Zelmor-K and Zelmor-V in turn")
+        ->check(CLI::Range(size_t{0}, kMaxAnnounceOnly))
+        ->capture_default_str();
+    app.add_option("--fall-silent", o.fallSilent,
+                   "On SIGUSR1 the last this many of the --announce-only devices stop announcing")
+        ->capture_default_str();
     app.add_option("--firmware-server", o.firmwareServer,
                    "Loopback address[:port] of the firmware file server (port 7210 by default)")
         ->capture_default_str();
@@ -117,6 +135,10 @@ std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
         if (!parsed.plan) return "--device " + parsed.error;
         fleet.devices.push_back(std::move(*parsed.plan));
     }
+    if (o.fallSilent > o.announceOnly)
+        return fmt::format("--fall-silent {}: more than the {} --announce-only devices", o.fallSilent, o.announceOnly);
+    std::vector<sim::DevicePlan> announceOnly = sim::announceOnlyDevices(o.announceOnly, defaults);
+    std::move(announceOnly.begin(), announceOnly.end(), std::back_inserter(fleet.devices));
     std::optional<uint32_t> const base = sim::parseLoopbackAddress(o.baseAddress);
     if (!base) return "--base-address " + o.baseAddress + ": not a numeric loopback address (127.0.0.0/8)";
     if (std::string error = sim::completeFleet(fleet.devices, *base, o.seed); !error.empty()) return error;
@@ -145,12 +167,19 @@ std::variant<sim::FleetPlan, std::string> fleetPlan(Options const& o) {
 
 void printFleet(sim::Fleet& fleet, bool porcelain) {
     sim::FleetPlan const& plan = fleet.plan();
+    std::vector<uint32_t> announceOnly;
     for (size_t i = 0; i < fleet.size(); ++i) {
         if (porcelain)
             fmt::print("{}\n", sim::devicePorcelain(plan.devices[i], fleet.device(i), plan));
-        else
+        else if (plan.devices[i].served)
             fmt::print("{}\n", sim::deviceSummary(plan.devices[i], fleet.device(i)));
+        else
+            announceOnly.push_back(plan.devices[i].address);
     }
+    // A thousand lines would hide the devices one can connect to.
+    if (!announceOnly.empty())
+        fmt::print("{} devices that only announce themselves, {} to {}.\n", announceOnly.size(),
+                   sim::addressText(announceOnly.front()), sim::addressText(announceOnly.back()));
     if (porcelain) {
         fmt::print("ready\n");
     } else {
@@ -185,6 +214,7 @@ int main(int argc, char** argv) {
     sigemptyset(&signals);
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGUSR1);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     sim::Fleet fleet(std::move(std::get<sim::FleetPlan>(plan)));
@@ -195,7 +225,7 @@ int main(int argc, char** argv) {
     printFleet(fleet, options.porcelain);
 
     int signal = 0;
-    sigwait(&signals, &signal);
+    while (sigwait(&signals, &signal) == 0 && signal == SIGUSR1) fleet.fallSilent(options.fallSilent);
     fleet.stop();
     return 0;
 }

@@ -1,6 +1,5 @@
-// What the windows decide without a display: which rows the list of local
-// devices keeps, how a device window reaches its device and how often it
-// polls, and how it tells that a link ended.
+// What the windows decide without a display: how a device window reaches its
+// device and how often it polls, and how it tells that a link ended.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -18,37 +17,8 @@
 #include "device_commands_text.h"
 #include "device_window_rules.h"
 #include "input_validation.h"
-#include "local_device_list.h"
 
 namespace {
-
-std::vector<uint64_t> serials(LocalDeviceList const& list) {
-    std::vector<uint64_t> out;
-    for (auto const& entry : list.entries()) out.push_back(entry.advertisement.serial);
-    return out;
-}
-
-TEST(LocalDeviceListTest, SameSerialRewritesItsRowAndSilentRowsGoHighestFirst) {
-    // Each sighting with the row it lands in and whether that row is new.
-    std::tuple<uint64_t, int64_t, size_t, bool> const sightings[] = {
-        {3, 1, 0, true}, {1, 0, 1, true}, {2, 5000, 2, true}, {3, 9000, 0, false}, {4, 1, 3, true},
-    };
-    LocalDeviceList list;
-    for (auto const& [serial, receivedMs, row, added] : sightings) {
-        ZelmorScanner::Advertisement ad;
-        ad.serial = serial;
-        LocalDeviceList::Placement const placement = list.take(ad, receivedMs);
-        EXPECT_EQ(placement.row, row) << serial;
-        EXPECT_EQ(placement.added, added) << serial;
-    }
-    EXPECT_EQ(list.entries()[0].receivedMs, 9000);
-
-    EXPECT_TRUE(list.age(9999).empty()) << "9999 ms is not yet too old";
-    EXPECT_EQ(list.age(10001), (std::vector<size_t>{3, 1}));
-    EXPECT_EQ(serials(list), (std::vector<uint64_t>{3, 2}));
-    EXPECT_EQ(list.age(15000), (std::vector<size_t>{1}));
-    EXPECT_EQ(serials(list), (std::vector<uint64_t>{3}));
-}
 
 TEST(DeviceWindowRulesTest, ChoosesTheLinkByModelAndKnownAddress) {
     using enum LinkChoice;
