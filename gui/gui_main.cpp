@@ -116,6 +116,9 @@ void GuiMain::OnSightingTimer(wxTimerEvent&) {
 
 void GuiMain::OnAgeingTimer(wxTimerEvent&) {
     localDevices_->removeRows(sightings_.age(wxGetUTCTimeMillis().GetValue()));
+    // A LAN listener whose socket failed is started afresh; one that listens
+    // is left as it is, so this costs nothing while all is well.
+    scanner_->startWifiScan();
 }
 
 void GuiMain::rebuildRemoteDevices() {
