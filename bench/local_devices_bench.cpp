@@ -49,6 +49,7 @@
 #include <vector>
 
 #include "child_process.h"
+#include "event_loop_until.h"
 #include "gui_main.h"
 #include "local_store.h"
 #include "zelmor_scanner_impl.h"
@@ -67,24 +68,6 @@ double cpuSeconds() {
     getrusage(RUSAGE_SELF, &usage);
     auto seconds = [](timeval t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; };
     return seconds(usage.ru_utime) + seconds(usage.ru_stime);
-}
-
-/// Runs the toolkit's event loop until `predicate` holds, checked every few
-/// milliseconds; false if it still does not after `limit`.
-bool runEventLoopUntil(std::function<bool()> const& predicate, std::chrono::milliseconds limit) {
-    if (predicate()) return true;
-    auto const deadline = Clock::now() + limit;
-    wxGUIEventLoop loop;
-    wxTimer check;
-    check.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
-        if (predicate() || Clock::now() >= deadline) {
-            check.Stop();
-            loop.ScheduleExit();
-        }
-    });
-    check.Start(5);
-    loop.Run();
-    return predicate();
 }
 
 /// The real scanner, with its sightings counted and the first one timed as

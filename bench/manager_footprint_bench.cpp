@@ -73,6 +73,7 @@
 #include <nlohmann/json.hpp>
 
 #include "child_process.h"
+#include "event_loop_until.h"
 #include "gui_device.h"
 #include "gui_main.h"
 #include "hardware_revision.h"
@@ -165,24 +166,6 @@ void runEventLoopFor(std::chrono::milliseconds period) {
     end.Bind(wxEVT_TIMER, [&loop](wxTimerEvent&) { loop.ScheduleExit(); });
     end.StartOnce(static_cast<int>(period.count()));
     loop.Run();
-}
-
-/// Runs the toolkit's event loop until `predicate` holds, checked every few
-/// milliseconds; false if it still does not after `limit`.
-bool runEventLoopUntil(std::function<bool()> const& predicate, std::chrono::milliseconds limit) {
-    if (predicate()) return true;
-    auto const deadline = Clock::now() + limit;
-    wxGUIEventLoop loop;
-    wxTimer check;
-    check.Bind(wxEVT_TIMER, [&](wxTimerEvent&) {
-        if (predicate() || Clock::now() >= deadline) {
-            check.Stop();
-            loop.ScheduleExit();
-        }
-    });
-    check.Start(5);
-    loop.Run();
-    return predicate();
 }
 
 /// When a window was first painted, and when the event loop turned idle after

@@ -159,24 +159,28 @@ inline bool waitForMessage(int answered) {
     return waitFor([answered] { return ExpectMessage::answered() > answered; });
 }
 
+/// Whether the window shows more than two colours: drawn, not blank. What
+/// it shows is left in `bitmap`.
+inline bool showsSomething(wxWindow& window, wxBitmap& bitmap) {
+    bitmap.Create(window.GetClientSize());
+    wxMemoryDC copy(bitmap);
+    wxClientDC shown(&window);
+    copy.Blit(0, 0, bitmap.GetWidth(), bitmap.GetHeight(), &shown, 0, 0);
+    copy.SelectObject(wxNullBitmap);
+    wxImage const image = bitmap.ConvertToImage();
+    std::set<unsigned> colours;
+    unsigned char const* pixel = image.GetData();
+    for (int i = 0; i < image.GetWidth() * image.GetHeight() && colours.size() < 3; ++i, pixel += 3)
+        colours.insert(unsigned{pixel[0]} << 16 | unsigned{pixel[1]} << 8 | pixel[2]);
+    return colours.size() >= 3;
+}
+
 /// Saves what a shown window displays as NAME.png in "screenshots" next to
 /// the test program, for a person to look at after a run, once something is
 /// drawn there rather than one flat colour.
 inline void saveScreenshot(wxWindow& window, std::string const& name) {
     wxBitmap bitmap;
-    auto const drawn = [&] {
-        bitmap.Create(window.GetClientSize());
-        wxMemoryDC copy(bitmap);
-        wxClientDC shown(&window);
-        copy.Blit(0, 0, bitmap.GetWidth(), bitmap.GetHeight(), &shown, 0, 0);
-        copy.SelectObject(wxNullBitmap);
-        wxImage const image = bitmap.ConvertToImage();
-        std::set<unsigned> colours;
-        unsigned char const* pixel = image.GetData();
-        for (int i = 0; i < image.GetWidth() * image.GetHeight() && colours.size() < 3; ++i, pixel += 3)
-            colours.insert(unsigned{pixel[0]} << 16 | unsigned{pixel[1]} << 8 | pixel[2]);
-        return colours.size() >= 3;
-    };
+    auto const drawn = [&] { return showsSomething(window, bitmap); };
     EXPECT_TRUE(waitFor(drawn)) << name << " stays blank";
     std::filesystem::path const program(wxStandardPaths::Get().GetExecutablePath().utf8_string());
     std::filesystem::create_directories(program.parent_path() / "screenshots");

@@ -26,26 +26,11 @@ std::string readingsAt(wxListCtrl* list, long row) {
     return cell(list, row, 4) + " " + cell(list, row, 6) + " " + cell(list, row, 7);
 }
 
-/// Whether the window shows more than two colours: drawn, not blank.
-bool showsSomething(wxWindow& window) {
-    wxBitmap bitmap(window.GetClientSize());
-    wxMemoryDC copy(bitmap);
-    wxClientDC shown(&window);
-    copy.Blit(0, 0, bitmap.GetWidth(), bitmap.GetHeight(), &shown, 0, 0);
-    copy.SelectObject(wxNullBitmap);
-    wxImage const image = bitmap.ConvertToImage();
-    std::set<unsigned> colours;
-    unsigned char const* pixel = image.GetData();
-    for (int i = 0; i < image.GetWidth() * image.GetHeight() && colours.size() < 3; ++i, pixel += 3)
-        colours.insert(unsigned{pixel[0]} << 16 | unsigned{pixel[1]} << 8 | pixel[2]);
-    return colours.size() >= 3;
-}
-
 /// The list draws its header and its rows in windows of their own; the rows
 /// are drawn at the next idle time after they were counted in.
 bool rowsDrawn(wxListCtrl* list) {
     for (wxWindow* part : list->GetChildren())
-        if (!showsSomething(*part)) return false;
+        if (wxBitmap shot; !showsSomething(*part, shot)) return false;
     return true;
 }
 
