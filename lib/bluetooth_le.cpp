@@ -328,7 +328,10 @@ void BluetoothLE::sendFront() {
     std::vector<uint8_t> pdu;
     {
         std::lock_guard lock(mutex_);
-        if (answering_ || queue_.empty() || queue_.front().sent) return;
+        // While an answer's handler runs, only the handler itself sends: what it
+        // queues goes out now (a discovery's caller enabling notifications
+        // before the link is reported up), what other threads queue waits.
+        if ((answering_ && connectionThreadOf != this) || queue_.empty() || queue_.front().sent) return;
         queue_.front().sent = true;
         pdu = queue_.front().pdu;
     }
@@ -425,9 +428,10 @@ void BluetoothLE::onAnswer(uint8_t const* pdu, size_t length) {
         {kPrepareWriteRequest, &BluetoothLE::onWriteAnswer},
         {kExecuteWriteRequest, &BluetoothLE::onWriteAnswer},
     };
-    // The answered request leaves the queue, but the link counts as busy until
-    // its handler has run: a continuation it puts at the front must go out
-    // before a request another thread queued meanwhile.
+    // The answered request leaves the queue, but the link counts as busy for
+    // other threads until its handler has run: a continuation it puts at the
+    // front must go out before a request another thread queued meanwhile. A
+    // handler queues anything of its own only once it has no continuation.
     Request request;
     {
         std::lock_guard lock(mutex_);

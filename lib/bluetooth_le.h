@@ -226,7 +226,7 @@ private:
     std::mutex mutex_;
     std::deque<Request> queue_;
     bool linkUp_ = false;     // requests are taken
-    bool answering_ = false;  // an answer's handler runs: nothing goes out meanwhile
+    bool answering_ = false;  // an answer's handler runs: only it sends meanwhile
 
     std::mutex callbackMutex_;
     std::function<void()> connected_;
