@@ -88,10 +88,11 @@ std::vector<BluetoothLE::Service> joinServices(Discovery discovery, BluetoothLE*
         }
         auto& characteristics = service.characteristics;
         for (size_t i = 0; i < characteristics.size(); ++i) {
-            uint16_t const first = characteristics[i].declarationHandle;
-            uint16_t const last = i + 1 < characteristics.size()
-                                      ? static_cast<uint16_t>(characteristics[i + 1].declarationHandle - 1)
-                                      : service.endHandle;
+            // In int: a next declaration at the same handle, 0 included, leaves
+            // an empty range instead of one that wraps round to 0xFFFF.
+            int const first = characteristics[i].declarationHandle;
+            int const last =
+                i + 1 < characteristics.size() ? characteristics[i + 1].declarationHandle - 1 : int{service.endHandle};
             auto const descriptor = std::find_if(discovery.descriptors.begin(), discovery.descriptors.end(),
                                                  [first, last](uint16_t h) { return h > first && h <= last; });
             if (descriptor != discovery.descriptors.end()) characteristics[i].cccHandle = *descriptor;
