@@ -11,7 +11,9 @@
 # inputs that crashed, leaked, timed out or broke an invariant) are copied to
 # fuzz/regressions/<target>/, where CTest's fuzz tests run them from then on.
 # Each target runs alone at the lowest priority: the machine stays usable.
-# The grown corpora and the logs stay in build/fuzz-campaign/campaign/.
+# The grown corpora and the logs stay in build/fuzz-campaign/campaign/, and the
+# next campaign goes on from those corpora (delete the folder to start afresh
+# from the seeds).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-60}
@@ -38,9 +40,9 @@ printf '| target | executions | exec/s | cov | ft | corpus | findings |\n'
 printf '|---|---|---|---|---|---|---|\n'
 for target in "${targets[@]}"; do
   dir=$work/$target
-  rm -rf "$dir"
+  rm -rf "$dir/findings" "$dir/log"
   mkdir -p "$dir/corpus" "$dir/findings"
-  if [ -d "fuzz/corpus/$target" ]; then cp fuzz/corpus/"$target"/* "$dir/corpus/"; fi
+  if [ -d "fuzz/corpus/$target" ]; then cp -n fuzz/corpus/"$target"/* "$dir/corpus/"; fi
   limit=()
   if [ "$runs" -gt 0 ]; then limit=(-runs="$runs"); fi
   # A finding ends the run with a non-zero status; the row reports it.
