@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -142,7 +143,9 @@ public:
         }
         if (length > 0 && opcodeOf(pdu) == kHandleValueIndication && length >= 3) ++indications_;
         if (length == 3 && opcodeOf(pdu) == kExchangeMtuRequest) ++mtuRequests_;
-        ::send(peer_, pdu, length, MSG_NOSIGNAL);
+        // libFuzzer's timers interrupt calls; a PDU counted above must go out.
+        while (::send(peer_, pdu, length, MSG_NOSIGNAL) < 0 && errno == EINTR) {
+        }
     }
 
     /// Waits until the client has taken everything sent so far: an indication
@@ -168,7 +171,10 @@ private:
         uint8_t pdu[kLargestPdu];
         for (int wait = patienceMs;; wait = 0) {
             pollfd ready{peer_, POLLIN, 0};
-            int const events = ::poll(&ready, 1, wait);
+            int events;
+            do {
+                events = ::poll(&ready, 1, wait);
+            } while (events < 0 && errno == EINTR);
             fuzzCheck(events >= 0, "the device's end can be polled");
             fuzzCheck(events > 0 || wait == 0, "the client answers within ten seconds");
             if (events == 0) return;
