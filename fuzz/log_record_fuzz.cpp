@@ -1,7 +1,7 @@
 // Arbitrary bytes as the data log of several model families, as a device's
 // log file or its local copy holds it: what was decoded must encode to the
 // very bytes it came from, up to the partial record at the end, which is left
-// out. Any bytes are records, so the target needs no seeds.
+// out. Any bytes are records; the seeds are real ones, ending in a partial one.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -22,4 +22,20 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         if (!encoded.empty() && std::memcmp(encoded.data(), input.data(), encoded.size()) != 0) std::abort();
     }
     return 0;
+}
+
+extern "C" void zelmorFuzzSeeds(std::vector<std::vector<uint8_t>>& seeds) {
+    for (uint8_t revision : {0x12, 0x23, 0x31, 0x41}) {
+        std::vector<uint8_t> seed;
+        for (uint32_t i = 0; i < 3; ++i) {
+            LogRecord record;
+            record.time = 1700000000u + 10 * i;
+            record.voltage1 = 12.75f - 0.25f * static_cast<float>(i);
+            record.current = -1.5f;
+            record.stateOfCharge = static_cast<uint8_t>(90 - i);
+            encodeLogRecord(revision, record, seed);
+        }
+        seed.resize(seed.size() + 5);
+        seeds.push_back(seed);
+    }
 }

@@ -1,6 +1,8 @@
 #include "lan_announcement.h"
 
+#include <cmath>
 #include <cstring>
+#include <limits>
 
 #include "byte_io.h"
 #include "hardware_revision.h"
@@ -11,6 +13,17 @@ constexpr char kLanMagic[8] = {'Z', 'L', 'M', 'R', 'E', 'T', 'H', 'N'};
 constexpr char kWifiMagic[8] = {'Z', 'L', 'M', 'R', 'W', 'I', 'F', 'I'};
 constexpr size_t kNameSize = 32;
 constexpr size_t kReservedSize = 11;
+
+// The energy meter in whole mWh. A float of Wh may lie beyond what the field
+// holds (it saturates) or be NaN (written as 0); rounding, not truncating,
+// gives back the meter the float was made from.
+int64_t energyMilliwattHours(float energyWh) {
+    double const milliwattHours = std::round(static_cast<double>(energyWh) * 1000.0);
+    if (std::isnan(milliwattHours)) return 0;
+    if (milliwattHours >= 0x1p63) return std::numeric_limits<int64_t>::max();
+    if (milliwattHours < -0x1p63) return std::numeric_limits<int64_t>::min();
+    return static_cast<int64_t>(milliwattHours);
+}
 
 }  // namespace
 
@@ -67,7 +80,7 @@ std::vector<uint8_t> encodeLanAnnouncement(ZelmorScanner::Advertisement const& a
         .write<float>(ad.temperature)
         .write<uint32_t>(ad.time)
         .write<uint64_t>(static_cast<uint64_t>(ad.coulombMeter))
-        .write<uint64_t>(static_cast<uint64_t>(static_cast<int64_t>(static_cast<double>(ad.energyWh) * 1000.0)));
+        .write<uint64_t>(static_cast<uint64_t>(energyMilliwattHours(ad.energyWh)));
     uint8_t const held[4] = {static_cast<uint8_t>(heldAddress >> 24), static_cast<uint8_t>(heldAddress >> 16),
                              static_cast<uint8_t>(heldAddress >> 8), static_cast<uint8_t>(heldAddress)};
     w.writeBytes(held, sizeof held)
