@@ -1,17 +1,11 @@
 // The device connection against loopback peers that only accept, read and
-// close, or do not answer at all: how each link ends and that it reports the
-// reason once.
+// close: how each link ends and that it reports the reason once.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <future>
-#include <memory>
 #include <thread>
 
 #include "frame_codec.h"
 #include "loopback_peers.h"
-#include "reports.h"
-#include "unanswered_address.h"
 
 namespace {
 
@@ -75,49 +69,6 @@ TEST(ZelmorImplTest, AnswerLongerThanTheReadBufferArrivesWholeBeforeTheClose) {
     EXPECT_EQ(block.get(), std::tuple(Code::Success));
     EXPECT_EQ(received, payload);
     EXPECT_EQ(link.ended.get(), std::tuple(Reason::ConnectionLost));
-}
-
-// A device gone off the network: ending the link, or the object, abandons the
-// connect at once. The address answers again as soon as the end is asked
-// for, so a connect still under way would get through with the system's next
-// SYN; the device sees none.
-TEST(ZelmorImplTest, AConnectInProgressIsAbandonedByDisconnectAndDestruction) {
-    struct Case {
-        char const* name;
-        bool destroy;
-    } const cases[] = {{"disconnect()", false}, {"destruction", true}};
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.name);
-        UnansweredAddress device("127.0.0.25", ZelmorImpl::kDevicePort);
-        auto link = std::make_unique<SimLink>();
-        link->zelmor.connectLan(loopbackAddress("127.0.0.25"));
-        ASSERT_TRUE(eventually([&] { return device.connectPending(); }));
-        auto const ended = std::async(std::launch::async, [&] {
-            if (c.destroy)
-                link.reset();
-            else
-                link->zelmor.disconnect();
-        });
-        device.answerAgain();
-        ASSERT_EQ(ended.wait_for(kReportPatience), std::future_status::ready);
-        EXPECT_FALSE(device.connectPending());
-        EXPECT_FALSE(device.reached());
-        if (link) {
-            EXPECT_EQ(link->ended.get(), std::tuple(Reason::ClosedLocally));
-        }
-    }
-}
-
-// Left alone, a connect that nobody answers ends after the link's own time-out.
-TEST(ZelmorImplTest, AConnectNobodyAnswersFailsAfterTheTimeOut) {
-    UnansweredAddress device("127.0.0.26", ZelmorImpl::kDevicePort);
-    ::setenv(ZelmorImpl::kConnectTimeoutVariable, "300", 1);
-    SimLink link;
-    ::unsetenv(ZelmorImpl::kConnectTimeoutVariable);
-    link.zelmor.connectLan(loopbackAddress("127.0.0.26"));
-    EXPECT_EQ(link.ended.get(), std::tuple(Reason::ConnectFailed));
-    EXPECT_FALSE(device.connectPending());
-    EXPECT_EQ(link.ends, 1);
 }
 
 TEST(ZelmorImplTest, HubNameWithoutIpv4AddressFailsAtOnceOnTheCallersThread) {

@@ -27,14 +27,12 @@ std::string drain(int fd) {
 }
 
 /// zelmorctl with a pseudo-terminal as its controlling terminal and standard
-/// input, and standard output and error going to a pipe.
+/// input, and standard output and error going to a pipe. Each answer is typed
+/// once the terminal shows its prompt, which it shows only once echo is off.
 struct TerminalRun {
-    struct Step {
-        std::string prompt;  // what the terminal shows before the answer is typed
-        std::string typed;
-    };
+    using Answers = std::vector<std::pair<std::string, std::string>>;  // prompt, what is typed
 
-    explicit TerminalRun(std::vector<std::string> arguments, std::vector<Step> const& steps) {
+    TerminalRun(std::vector<std::string> arguments, Answers const& answers) {
         int out[2];
         if (::pipe(out) != 0) throw std::runtime_error("no pipe");
         arguments.insert(arguments.begin(), ZELMORCTL_PATH);
@@ -49,40 +47,40 @@ struct TerminalRun {
             ::_exit(127);
         }
         ::close(out[1]);
-        for (Step const& step : steps) {
-            // Shown only once echo is off: the text typed next is never echoed.
-            waitForTerminal(step.prompt);
-            if (testing::Test::HasFatalFailure()) {
+        for (auto const& [prompt, typed] : answers) {
+            if (!showsNext(prompt)) {
                 ::kill(pid, SIGKILL);
                 break;
             }
-            termios settings{};
-            ::tcgetattr(master, &settings);
-            EXPECT_FALSE(settings.c_lflag & ECHO) << step.prompt;
-            EXPECT_EQ(::write(master, step.typed.data(), step.typed.size()), static_cast<ssize_t>(step.typed.size()));
+            EXPECT_FALSE(echo()) << prompt;
+            EXPECT_EQ(::write(master, typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
         }
         printed = drain(out[0]);
         int wstatus = 0;
         ::waitpid(pid, &wstatus, 0);
         status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : 128 + WTERMSIG(wstatus);
-        termios settings{};
-        ::tcgetattr(master, &settings);
-        echoAfterwards = settings.c_lflag & ECHO;
+        echoAfterwards = echo();
         ::fcntl(master, F_SETFL, O_NONBLOCK);
         shown += drain(master);
         for (int fd : {out[0], master}) ::close(fd);
     }
 
-    void waitForTerminal(std::string const& text) {
-        while (shown.find(text, consumed) == std::string::npos) {
-            pollfd p{master, POLLIN, 0};
-            ASSERT_EQ(::poll(&p, 1, 60000), 1) << "the terminal never showed " << text << "; it shows: " << shown;
+    bool echo() const {
+        termios settings{};
+        ::tcgetattr(master, &settings);
+        return settings.c_lflag & ECHO;
+    }
+
+    bool showsNext(std::string const& text) {
+        for (pollfd p{master, POLLIN, 0}; shown.find(text, consumed) == std::string::npos;) {
             char buffer[256];
-            ssize_t const got = ::read(master, buffer, sizeof buffer);
-            ASSERT_GT(got, 0);
+            ssize_t const got = ::poll(&p, 1, 60000) == 1 ? ::read(master, buffer, sizeof buffer) : -1;
+            EXPECT_GT(got, 0) << "the terminal never showed " << text << "; it shows: " << shown;
+            if (got <= 0) return false;
             shown.append(buffer, static_cast<size_t>(got));
         }
         consumed = shown.find(text, consumed) + text.size();
+        return true;
     }
 
     int master = -1;
@@ -105,8 +103,7 @@ protected:
 
 TEST_F(ZelmorctlSecrets, NeitherPasswordNorKeyIsPrintedUnlessTheCommandAsksForIt) {
     std::string const keyBase64 = link.substr(link.find("&k=") + 3);
-    ProgramRun const decoded = zelmorctl({"--json", "link", "decode", "--show-key", link});
-    std::string const keyHex = jsonResult(decoded)["key"];
+    std::string const keyHex = jsonResult(zelmorctl({"--json", "link", "decode", "--show-key", link}))["key"];
     std::string const lan = fleet.device(0).address;
     std::string const env = std::string("ZELMOR_PASSWORD=") + kPassword;
     struct Case {
@@ -119,14 +116,12 @@ TEST_F(ZelmorctlSecrets, NeitherPasswordNorKeyIsPrintedUnlessTheCommandAsksForIt
         {{"--lan", lan, "--password-file", passwordFile, "--json", "stats"}, {}, 0, false},
         {{"--lan", lan, "--json", "info"}, {env}, 0, false},
         {{"--link-file", linkFile, "--password-file", passwordFile, "info"}, {}, 0, false},
-        {{"--link", link, "--json", "stats"}, {env}, 0, false},
         {{"--lan", lan, "stats"}, {}, 1, false},
         {{"--lan", lan, "--password-file", dir.file("missing"), "info"}, {}, 2, false},
         {{"link", "decode", link}, {}, 0, false},
         {{"--json", "link", "decode", link}, {}, 0, false},
         {{"link", "decode", link.substr(0, link.find("&k="))}, {}, 2, false},
         {{"link", "decode", link.substr(0, link.find("&k=") + 1) + keyBase64}, {}, 2, false},
-        {{"--link", link.substr(0, link.size() - 2), "info"}, {}, 2, false},
         {{"--lan", lan, "pair"}, {env}, 0, true},
         {{"link", "decode", "--show-key", link}, {}, 0, true},
     };
@@ -146,55 +141,43 @@ TEST_F(ZelmorctlSecrets, TheCommandLineOfARunningZelmorctlHoldsNoPassword) {
     // A silent hub on an address of its own: zelmorctl is past reading its
     // secrets and waits for an answer while its command line is read.
     RawSocket hub = RawSocket::listening("127.0.0.9", 7209);
-    std::string const env = std::string("ZELMOR_PASSWORD=") + kPassword;
-    std::vector<std::string> const cases[] = {
-        {ZELMORCTL_PATH, "--hub", "127.0.0.9", "--link-file", linkFile, "--password-file", passwordFile, "info"},
-        {env, ZELMORCTL_PATH, "--hub", "127.0.0.9", "--link-file", linkFile, "info"},
-    };
-    for (auto const& arguments : cases) {
-        SCOPED_TRACE(fmt::format("{}", fmt::join(arguments, " ")));
-        ChildProcess zelmorctl("/usr/bin/env", arguments);
-        RawSocket connection = hub.accept();
-        int const fd = ::open(fmt::format("/proc/{}/cmdline", zelmorctl.pid()).c_str(), O_RDONLY | O_CLOEXEC);
-        std::string const commandLine = drain(fd);
-        ::close(fd);
-        EXPECT_NE(commandLine.find(ZELMORCTL_PATH), std::string::npos) << commandLine;
-        EXPECT_EQ(commandLine.find(kPassword), std::string::npos) << commandLine;
-        EXPECT_EQ(commandLine.find(link.substr(link.find("&k="))), std::string::npos) << commandLine;
-        connection.close();
-        EXPECT_EQ(zelmorctl.wait(std::chrono::minutes(1)), 3) << zelmorctl.takeErrors();
-    }
+    ChildProcess zelmorctl(ZELMORCTL_PATH,
+                           {"--hub", "127.0.0.9", "--link-file", linkFile, "--password-file", passwordFile, "info"});
+    RawSocket connection = hub.accept();
+    int const fd = ::open(fmt::format("/proc/{}/cmdline", zelmorctl.pid()).c_str(), O_RDONLY | O_CLOEXEC);
+    std::string const commandLine = drain(fd);
+    ::close(fd);
+    EXPECT_NE(commandLine.find("--password-file"), std::string::npos) << commandLine;
+    EXPECT_EQ(commandLine.find(kPassword), std::string::npos) << commandLine;
+    EXPECT_EQ(commandLine.find(link.substr(link.find("&k="))), std::string::npos) << commandLine;
+    connection.close();
+    EXPECT_EQ(zelmorctl.wait(std::chrono::minutes(1)), 3) << zelmorctl.takeErrors();
 }
 
 TEST_F(ZelmorctlSecrets, TheHiddenPromptAsksOnTheTerminalAndPutsEchoBackOnEveryWayOut) {
     std::string const locked = fleet.device(0).address, changing = fleet.device(1).address;
     struct Case {
         std::vector<std::string> arguments;
-        std::vector<TerminalRun::Step> steps;
+        TerminalRun::Answers answers;
         int status;
         std::string printed;  // on standard output and error: no prompt there
     };
     Case const cases[] = {
         {{"--lan", locked, "--json", "unlock"}, {{"Password: ", "kingfisher\n"}}, 0, "{\"ok\":true}\n"},
-        {{"--lan", locked, "stats"}, {{"Password: ", "heron\n"}}, 1, "Invalid password.\n"},
         {{"--lan", locked, "stats"}, {{"Password: ", "\x03"}}, 130, "Cancelled.\n"},
         {{"--lan", changing, "lock", "user"},
          {{"Password: ", "bilge\n"}, {"New password: ", "heron\n"}, {"Repeat the new password: ", "heron\r\n"}},
          0,
          "User password set.\n"},
-        {{"--lan", changing, "lock", "user"},
-         {{"Password: ", "heron\n"}, {"New password: ", "tide\n"}, {"Repeat the new password: ", "tida\n"}},
-         2,
-         "The two new passwords differ; nothing was changed\n"},
     };
     for (Case const& c : cases) {
         SCOPED_TRACE(fmt::format("{}", fmt::join(c.arguments, " ")));
-        TerminalRun const run(c.arguments, c.steps);
+        TerminalRun const run(c.arguments, c.answers);
         EXPECT_EQ(run.status, c.status);
         EXPECT_EQ(run.printed, c.printed);
         EXPECT_TRUE(run.echoAfterwards);
         // Nothing typed is echoed.
-        for (auto const& step : c.steps) EXPECT_EQ(run.shown.find(step.typed.substr(0, 4)), std::string::npos);
+        for (auto const& [prompt, typed] : c.answers) EXPECT_EQ(run.shown.find(typed.substr(0, 4)), std::string::npos);
     }
     // The password typed last is the device's now.
     EXPECT_FALSE(jsonResult(zelmorctl({"--lan", changing, "--password", "heron", "--json", "info"}))["locked"]);

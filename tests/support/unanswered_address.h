@@ -19,7 +19,10 @@
 
 class UnansweredAddress {
 public:
-    UnansweredAddress(char const* address, uint16_t port) : endpoint_(endpointOf(address, port)) {
+    UnansweredAddress(char const* address, uint16_t port) {
+        endpoint_.sin_family = AF_INET;
+        endpoint_.sin_port = htons(port);
+        endpoint_.sin_addr.s_addr = ::inet_addr(address);
         int const one = 1;
         ::setsockopt(listener_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         if (::bind(listener_, reinterpret_cast<sockaddr const*>(&endpoint_), sizeof endpoint_) != 0 ||
@@ -67,15 +70,7 @@ public:
     }
 
 private:
-    static sockaddr_in endpointOf(char const* address, uint16_t port) {
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(port);
-        ::inet_pton(AF_INET, address, &a.sin_addr);
-        return a;
-    }
-
-    sockaddr_in const endpoint_;
+    sockaddr_in endpoint_{};
     int const listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     int const filler_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 };

@@ -206,28 +206,6 @@ TEST_F(BleLink, FramesAreWrittenInPiecesOfTheMtuLessThree) {
     EXPECT_EQ(peer->commandWriteSizes(), (std::vector<size_t>{244, 244, 112}));
 }
 
-// A device that offers an MTU of 3 or less gets frames in pieces of 20 bytes,
-// as at the protocol's minimum of 23.
-TEST_F(BleLink, AnMtuBelowTheMinimumIsTakenAsTheMinimum) {
-    for (uint16_t const mtu : {3, 2, 1}) {
-        SCOPED_TRACE(mtu);
-        offer({.mtu = mtu});
-        connect();
-        CallbackResult<Code, Zelmor::DeviceInfo> info;
-        zelmor_->requestGetInfo(info.callback());
-        EXPECT_EQ(std::get<0>(info.get()), Code::Success);
-        std::shared_ptr<sim::BleDevicePeer> const peer = radio_.latestPeer(kAddress);
-        size_t const before = peer->commandWriteSizes().size();
-        std::vector<uint8_t> const frame(50, 0x55);
-        zelmor_->sendData(frame.data(), frame.size());
-        ASSERT_TRUE(eventually([&] { return peer->commandWriteSizes().size() >= before + 3; }));
-        std::vector<size_t> const sizes = peer->commandWriteSizes();
-        EXPECT_EQ(std::vector<size_t>(sizes.begin() + before, sizes.end()), (std::vector<size_t>{20, 20, 10}));
-        zelmor_->disconnect();
-        disconnected_.get();
-    }
-}
-
 // A second connect while the link is up leaves it as it is: requests are
 // still answered and live data still comes.
 TEST_F(BleLink, ConnectOnALiveLinkChangesNothing) {
