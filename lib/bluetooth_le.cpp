@@ -441,7 +441,9 @@ void BluetoothLE::onAnswer(uint8_t const* pdu, size_t length) {
             answering_ = true;
         }
     }
-    uint8_t const opcode = pdu[0] & kOpcodeMask;
+    // Answers carry neither the command nor the signature flag: a PDU with
+    // either is no answer, however its low bits read.
+    uint8_t const opcode = pdu[0];
     uint8_t const requested = request.pdu.empty() ? 0 : request.pdu[0];
     auto const route = std::find_if(std::begin(kRoutes), std::end(kRoutes),
                                     [requested](Route const& r) { return r.request == requested; });
