@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include <wx/app.h>
+#include <wx/evtloop.h>
 #include <wx/image.h>
 #include <wx/imagpng.h>
 #include <wx/init.h>
@@ -61,6 +62,15 @@ constexpr size_t kDevices = 10;
 // buffers; a leak of a few hundred bytes per reading, ten readings a second,
 // passes this within the ten minutes.
 constexpr double kMemoryToleranceMiB = 8;
+// AddressSanitizer keeps freed memory in quarantine (256 MiB) before it is
+// used again, so resident memory grows there whatever the program does.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kMemoryJudged = false;
+#elif defined(__has_feature)
+constexpr bool kMemoryJudged = !__has_feature(address_sanitizer);
+#else
+constexpr bool kMemoryJudged = true;
+#endif
 // Every window is live at both figures, so each has the same threads then.
 constexpr size_t kThreadTolerance = 0;
 // Quiet this long, no window copying files, and the syncs have ended: longer
@@ -113,8 +123,12 @@ public:
         std::printf("%6s %9s %8s %7s %12s %9s %9s %8s %11s\n", "minute", "RSS MiB", "threads", "CPU %", "synced KiB",
                     "cuts", "reopened", "live", "recovering");
         tick_.Start(1000);
-        runEventLoopFor(length_);
-        cutting_ = false;
+        // The process sleeps in the loop between ticks, as the application
+        // does; the tick of the last minute's figures ends it.
+        wxGUIEventLoop loop;
+        running_ = &loop;
+        loop.Run();
+        running_ = nullptr;
     }
 
     /// Waits until every window is live, then takes the end figures.
@@ -147,16 +161,19 @@ public:
                 deviceBytes_[i] = logBytes(after[k]);
             }
         }
-        std::printf("\n%-10s %-5s %-3s %6s %11s %13s %6s  %s\n", "device", "link", "", "files", "copy bytes",
-                    "device bytes", "syncs", "identical");
+        // The device went on logging after the last sync: its newest file is
+        // longer by what it logged since.
+        std::printf("\n%-10s %-4s %-5s %5s %11s %13s %13s %6s  %s\n", "device", "link", "model", "files", "copy bytes",
+                    "device bytes", "logged after", "syncs", "identical");
         for (size_t i = 0; i < watches_.size(); ++i) {
             LogFolder const copy = readLogFolder(copyFolder(i));
             bool const identical = results[i] && results[i]->check == CopyCheck::Identical;
             SimDevice const& device = watches_[i]->device();
-            std::printf("%-10s %-5s %-3s %6zu %11llu %13llu %6d  %s\n", device.address.c_str(),
+            auto const copyBytes = static_cast<long long>(logBytes(copy));
+            auto const deviceBytes = static_cast<long long>(deviceBytes_[i]);
+            std::printf("%-10s %-4s %-5s %5zu %11lld %13lld %13lld %6d  %s\n", device.address.c_str(),
                         watches_[i]->throughHub() ? "hub" : "LAN", device.revision == 0x10 ? "K" : "V", copy.size(),
-                        static_cast<unsigned long long>(logBytes(copy)),
-                        static_cast<unsigned long long>(deviceBytes_[i]), syncRounds_[i],
+                        copyBytes, deviceBytes, deviceBytes - copyBytes, syncRounds_[i],
                         identical ? "yes" : ("no, " + (results[i] ? results[i]->detail : "not compared")).c_str());
             if (!identical) failures_.push_back(device.address + ": the data log copy is not the device's");
         }
@@ -172,9 +189,10 @@ public:
         double const cpu = (end_.cpuSeconds - start_->cpuSeconds) / seconds(end_.at - start_->at) * 100;
         std::printf("\n%-22s %12s %12s %12s\n", "", "start", "end", "growth");
         std::printf("%-22s %12.0f %12.0f\n", "minute", start_->figures.minute, end_.figures.minute);
-        std::printf("%-22s %12.1f %12.1f %+12.1f  (tolerance %.0f MiB)\n", "resident memory, MiB",
-                    start_->figures.memory.rssMiB, end_.figures.memory.rssMiB,
-                    end_.figures.memory.rssMiB - start_->figures.memory.rssMiB, kMemoryToleranceMiB);
+        std::printf("%-22s %12.1f %12.1f %+12.1f  (%s)\n", "resident memory, MiB", start_->figures.memory.rssMiB,
+                    end_.figures.memory.rssMiB, end_.figures.memory.rssMiB - start_->figures.memory.rssMiB,
+                    kMemoryJudged ? ("tolerance " + std::to_string(int(kMemoryToleranceMiB)) + " MiB").c_str()
+                                  : "not judged: AddressSanitizer's quarantine holds freed memory");
         std::printf("%-22s %12zu %12zu %+12lld  (tolerance %zu)\n", "threads", start_->figures.threads,
                     end_.figures.threads,
                     static_cast<long long>(end_.figures.threads) - static_cast<long long>(start_->figures.threads),
@@ -202,7 +220,7 @@ public:
                     total.reopens, total.reconnects, total.connectFailures, total.errors);
         std::printf("longest a live window's readings stayed the same: %.0f s\n", total.worstStaleSeconds);
 
-        if (end_.figures.memory.rssMiB - start_->figures.memory.rssMiB > kMemoryToleranceMiB)
+        if (kMemoryJudged && end_.figures.memory.rssMiB - start_->figures.memory.rssMiB > kMemoryToleranceMiB)
             failures_.push_back("resident memory grew beyond the tolerance");
         if (end_.figures.threads > start_->figures.threads + kThreadTolerance)
             failures_.push_back("threads grew beyond the tolerance");
@@ -235,11 +253,12 @@ private:
                                     " s: neither live nor showing why: " + problem);
             failing_[i] = failing;
         }
-        if (cutting_ && now - begin_ >= 30s + signals_ * 1min) {
+        if (running_ != nullptr && now - begin_ >= 30s + signals_ * 1min) {
             sim_.process().signal(SIGUSR2);
+            signalledAt_ = now;
             ++signals_;
         }
-        if (cutting_ && now - begin_ >= (minutesShown_ + 1) * 1min) {
+        if (running_ != nullptr && now - begin_ >= (minutesShown_ + 1) * 1min) {
             ++minutesShown_;
             Taken const taken = takeFigures();
             Figures const& f = taken.figures;
@@ -252,6 +271,7 @@ private:
                         f.cpuPercent, static_cast<double>(f.bytesSynced) / 1024, cuts, reopens, live, recovering);
             std::fflush(stdout);
             if (!start_ && live == static_cast<int>(watches_.size())) start_ = taken;
+            if (minutesShown_ == length_.count()) running_->ScheduleExit();
         }
     }
 
@@ -261,7 +281,8 @@ private:
             auto const json = nlohmann::json::parse(*line, nullptr, false);
             if (!json.is_object() || !json.contains("links_closed")) continue;
             for (auto& watch : watches_)
-                if (watch->device().address == json["links_closed"]) watch->cut(json.value("connections", 0u));
+                if (watch->device().address == json["links_closed"])
+                    watch->cut(json.value("connections", 0u), signalledAt_);
         }
     }
 
@@ -321,8 +342,9 @@ private:
     SoakClock::time_point begin_;
     SoakClock::time_point lastFigures_;
     CpuUse lastCpu_;
-    bool cutting_ = true;
+    wxGUIEventLoop* running_ = nullptr;  // the run's own loop, while it runs
     int signals_ = 0;
+    SoakClock::time_point signalledAt_;
     int minutesShown_ = 0;
     std::vector<bool> failing_ = std::vector<bool>(kDevices);
     std::optional<Taken> start_;

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -110,6 +111,7 @@ public:
         live_ = false;
         if (message == "Device disconnected") {
             ++counts_.linkEnds;
+            linkEndAt_ = now;
             if (cutPending_) ++counts_.cutsSeen;
             cutPending_ = false;
         }
@@ -123,11 +125,14 @@ public:
         return true;
     }
 
-    /// The simulator hung up `connections` links of this device.
-    void cut(size_t connections) {
+    /// The simulator hung up `connections` links of this device on a signal
+    /// sent at `signalled`. The window may have shown the end already: the
+    /// simulator's line is read a moment after the cut.
+    void cut(size_t connections, SoakClock::time_point signalled) {
         if (connections == 0) return;
         ++counts_.cutsMade;
-        cutPending_ = true;
+        cutPending_ = !linkEndAt_ || *linkEndAt_ < signalled;
+        if (!cutPending_) ++counts_.cutsSeen;
     }
 
     /// Looks at the window once: reopens a window that closed, closes one
@@ -189,5 +194,6 @@ private:
     SoakClock::time_point reasonAt_;
     bool closeStuck_ = false;
     bool cutPending_ = false;
+    std::optional<SoakClock::time_point> linkEndAt_;
     Counts counts_;
 };
