@@ -130,11 +130,11 @@ int main(int argc, char** argv) {
         std::vector<uint8_t> bytes;
         while (bytes.size() < file.size) {
             Reply<Zelmor::ResponseCode, std::vector<uint8_t>> block;
-            zelmor.requestReadLogFile(
-                file.fileId, static_cast<uint32_t>(bytes.size()), 0x20000,
-                [done = block.callback()](Zelmor::ResponseCode code, uint8_t const* data, size_t length) {
-                    done(code, std::vector<uint8_t>(data, data + length));
-                });
+            zelmor.requestReadLogFile(file.fileId, static_cast<uint32_t>(bytes.size()), 0x20000,
+                                      [done = block.callback()](Zelmor::ResponseCode code, uint8_t const* data,
+                                                                size_t length) {
+                                          done(code, std::vector<uint8_t>(data, data + length));
+                                      });
             auto [code, data] = block.get();
             if (code != Zelmor::ResponseCode::Success || data.empty()) break;
             bytes.insert(bytes.end(), data.begin(), data.end());
@@ -144,8 +144,7 @@ int main(int argc, char** argv) {
         records += decoded.size();
         if (!decoded.empty())
             fmt::print("  r{:08x}.log  {:7} bytes  {:5} records  {:%Y-%m-%d %H:%M} .. {:%H:%M}\n", file.fileId,
-                       bytes.size(), decoded.size(),
-                       std::chrono::sys_seconds(std::chrono::seconds(decoded.front().time)),
+                       bytes.size(), decoded.size(), std::chrono::sys_seconds(std::chrono::seconds(decoded.front().time)),
                        std::chrono::sys_seconds(std::chrono::seconds(decoded.back().time)));
     }
     fmt::print("{} records fetched\n", records);
