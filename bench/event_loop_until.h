@@ -8,6 +8,16 @@
 #include <chrono>
 #include <functional>
 
+/// Runs the toolkit's event loop for `period`: the process sleeps in it until
+/// the one-shot timer that ends it fires, as an idle application does.
+inline void runEventLoopFor(std::chrono::milliseconds period) {
+    wxGUIEventLoop loop;
+    wxTimer end;
+    end.Bind(wxEVT_TIMER, [&loop](wxTimerEvent&) { loop.ScheduleExit(); });
+    end.StartOnce(static_cast<int>(period.count()));
+    loop.Run();
+}
+
 /// Runs the toolkit's event loop until `predicate` holds, checked every few
 /// milliseconds; false if it still does not after `limit`.
 inline bool runEventLoopUntil(std::function<bool()> const& predicate, std::chrono::milliseconds limit) {

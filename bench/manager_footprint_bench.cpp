@@ -41,7 +41,6 @@
 // leaves the answer on the root window for the programs after it. The report
 // says when either happened.
 #include <arpa/inet.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <wx/app.h>
@@ -57,7 +56,6 @@
 #include <wx/timer.h>
 
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -70,14 +68,13 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "child_process.h"
 #include "event_loop_until.h"
 #include "gui_device.h"
 #include "gui_main.h"
 #include "hardware_revision.h"
 #include "local_store.h"
+#include "process_figures.h"
+#include "simulator_process.h"
 #include "zelmor_scanner_impl.h"
 
 namespace {
@@ -109,43 +106,6 @@ double msSinceProcessStart() {
     return (nowSeconds - startSeconds) * 1e3;
 }
 
-struct Memory {
-    double rssMiB = 0;
-    double anonMiB = 0;
-    double fileMiB = 0;
-};
-
-/// VmRSS with its anonymous and file-backed parts, from /proc/self/status.
-Memory residentMemory() {
-    Memory memory;
-    std::ifstream file("/proc/self/status");
-    std::string line;
-    while (std::getline(file, line)) {
-        auto field = [&line](char const* name, double& value) {
-            if (line.rfind(name, 0) == 0) value = std::stod(line.substr(std::strlen(name))) / 1024.0;
-        };
-        field("VmRSS:", memory.rssMiB);
-        field("RssAnon:", memory.anonMiB);
-        field("RssFile:", memory.fileMiB);
-    }
-    return memory;
-}
-
-struct CpuUse {
-    double seconds = 0;
-    // Voluntary context switches: a thread of the process going back to
-    // sleep, one for each time something woke it.
-    double sleeps = 0;
-};
-
-/// User and system time and sleeps of all the threads so far.
-CpuUse cpuUse() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    auto seconds = [](timeval t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; };
-    return {seconds(usage.ru_utime) + seconds(usage.ru_stime), static_cast<double>(usage.ru_nvcsw)};
-}
-
 /// Whether an OpenGL driver is mapped into this process.
 bool openGlLoaded() {
     std::ifstream maps("/proc/self/maps");
@@ -157,16 +117,6 @@ bool openGlLoaded() {
 
 // ---------------------------------------------------------------------------
 // The event loop.
-
-/// Runs the toolkit's event loop for `period`: the process sleeps in it until
-/// the one-shot timer that ends it fires, as an idle application does.
-void runEventLoopFor(std::chrono::milliseconds period) {
-    wxGUIEventLoop loop;
-    wxTimer end;
-    end.Bind(wxEVT_TIMER, [&loop](wxTimerEvent&) { loop.ScheduleExit(); });
-    end.StartOnce(static_cast<int>(period.count()));
-    loop.Run();
-}
 
 /// When a window was first painted, and when the event loop turned idle after
 /// that: by then GTK has drawn the whole window.
@@ -228,58 +178,6 @@ bool closeAllWindows() {
     for (wxWindow* window : wxTopLevelWindows) window->Destroy();
     return runEventLoopUntil([] { return wxTopLevelWindows.IsEmpty(); }, 10s);
 }
-
-// ---------------------------------------------------------------------------
-// The simulator.
-
-struct SimDevice {
-    std::string address;
-    std::string name;
-    int revision = 0;
-};
-
-/// zelmor-sim with its default fleet, started with --porcelain: the devices it
-/// serves as its output describes them. Stopped with SIGTERM by stop().
-class Simulator {
-public:
-    Simulator() : process_(ZELMOR_SIM_PATH, {"--porcelain"}) {
-        if (!process_.started()) {
-            error_ = process_.error();
-            return;
-        }
-        while (auto line = process_.readLine(30s)) {
-            if (*line == "ready") {
-                ready_ = true;
-                return;
-            }
-            auto const json = nlohmann::json::parse(*line, nullptr, false);
-            if (!json.is_object()) {
-                error_ = "zelmor-sim printed an unexpected line: " + *line;
-                return;
-            }
-            devices_.push_back({json.value("address", ""), json.value("name", ""), json.value("hardware_revision", 0)});
-        }
-        error_ = "zelmor-sim did not get ready: " + process_.takeErrors();
-    }
-
-    bool ready() const { return ready_; }
-    std::string const& error() const { return error_; }
-    std::vector<SimDevice> const& devices() const { return devices_; }
-
-    /// The exit status, or a description of why there is none.
-    std::string stop() {
-        if (!process_.signal(SIGTERM)) return "already gone";
-        auto const status = process_.wait(30s);
-        if (!status) return "did not end within 30 s";
-        return *status == 0 ? std::string() : "exit status " + std::to_string(*status) + ": " + process_.takeErrors();
-    }
-
-private:
-    ChildProcess process_;
-    bool ready_ = false;
-    std::string error_;
-    std::vector<SimDevice> devices_;
-};
 
 // ---------------------------------------------------------------------------
 // The measurements.

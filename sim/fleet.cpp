@@ -65,6 +65,15 @@ void Fleet::fallSilent(size_t count) {
     }
 }
 
+std::optional<Fleet::LinkCut> Fleet::cutNextLinks() {
+    for (size_t tried = 0; tried < devices_.size(); ++tried) {
+        size_t const i = nextCut_;
+        nextCut_ = (nextCut_ + 1) % devices_.size();
+        if (plan_.devices[i].served) return LinkCut{i, devices_[i]->cutLinks()};
+    }
+    return std::nullopt;
+}
+
 void Fleet::stop() {
     firmwareServer_.reset();
     announcer_.reset();

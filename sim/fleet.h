@@ -39,6 +39,14 @@ public:
     /// announcing, as if switched off. Between start() and stop().
     void fallSilent(size_t count);
 
+    struct LinkCut {
+        size_t device = 0;       // index in the fleet
+        size_t connections = 0;  // links that were open and ended
+    };
+    /// Ends every network link of the next served device in turn, fleet order,
+    /// starting over after the last; nothing when no device is served.
+    std::optional<LinkCut> cutNextLinks();
+
     FleetPlan const& plan() const { return plan_; }
     size_t size() const { return devices_.size(); }
     SimulatedDevice& device(size_t index) { return *devices_.at(index); }
@@ -51,6 +59,7 @@ private:
     std::optional<Announcer> announcer_;
     std::optional<FirmwareServer> firmwareServer_;
     std::string error_;
+    size_t nextCut_ = 0;
 };
 
 }  // namespace sim

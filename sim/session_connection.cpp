@@ -26,7 +26,7 @@ SessionConnection::SessionConnection(int socket, SessionRoute route)
 
 SessionConnection::~SessionConnection() {
     stop();
-    if (restartWatch_) device_->unwatchRestart(*restartWatch_);
+    if (linkWatch_) device_->unwatchLink(*linkWatch_);
     ::close(socket_);
 }
 
@@ -80,9 +80,14 @@ bool SessionConnection::openSession() {
         ::shutdown(socket_, SHUT_RDWR);
         return false;
     }
-    // A restart ends the link: the reading side shut, the device takes in
-    // nothing more, and what it has said still goes out before the end.
-    restartWatch_ = device_->watchRestart([this] { ::shutdown(socket_, SHUT_RD); });
+    // A restart or a cut ends the link: the reading side shut, the device
+    // takes in nothing more, and what it has said still goes out before the end.
+    // A connection that has ended but is not yet reaped still has its watch.
+    linkWatch_ = device_->watchLink([this] {
+        bool const open = !finished();
+        ::shutdown(socket_, SHUT_RD);
+        return open;
+    });
     session_ = device_->openSession(route_.mode, [this](uint8_t const* data, size_t length) { queue(data, length); });
     // The hello is taken in even by a stalled device: losing it would turn the
     // host's next frames into a wrong hello and end the session.

@@ -85,7 +85,7 @@ private:
     // Set by the reading thread before the first chunk is queued; the writing
     // thread reads it only for chunks, so the queue's mutex orders the two.
     SimulatedDevice* device_ = nullptr;
-    std::optional<uint64_t> restartWatch_;  // set with device_
+    std::optional<uint64_t> linkWatch_;  // set with device_
     std::unique_ptr<DeviceSession> session_;
     OutputPacer pacer_;  // writing thread only
 

@@ -112,7 +112,14 @@ CommandResult SimulatedDevice::execute(SessionState& session, uint16_t code, uin
 void SimulatedDevice::dropLinks() {
     std::unique_lock lock(watchMutex_);
     if (watchWake_.wait_for(lock, kLinkDropDelay, [this] { return destroying_; })) return;
-    for (auto const& watch : restartWatches_) watch.second();
+    for (auto const& watch : linkWatches_) watch.second();
+}
+
+size_t SimulatedDevice::cutLinks() {
+    std::lock_guard lock(watchMutex_);
+    size_t open = 0;
+    for (auto const& watch : linkWatches_) open += watch.second() ? 1 : 0;
+    return open;
 }
 
 bool SimulatedDevice::online() const {
@@ -120,15 +127,15 @@ bool SimulatedDevice::online() const {
     return std::chrono::steady_clock::now() >= offlineUntil_;
 }
 
-uint64_t SimulatedDevice::watchRestart(std::function<void()> dropLink) {
+uint64_t SimulatedDevice::watchLink(std::function<bool()> dropLink) {
     std::lock_guard lock(watchMutex_);
-    restartWatches_.emplace(nextWatch_, std::move(dropLink));
+    linkWatches_.emplace(nextWatch_, std::move(dropLink));
     return nextWatch_++;
 }
 
-void SimulatedDevice::unwatchRestart(uint64_t watch) {
+void SimulatedDevice::unwatchLink(uint64_t watch) {
     std::lock_guard lock(watchMutex_);
-    restartWatches_.erase(watch);
+    linkWatches_.erase(watch);
 }
 
 }  // namespace sim

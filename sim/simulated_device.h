@@ -79,12 +79,18 @@ public:
     /// False while the device restarts: its servers turn connections away, the
     /// hub finds it not, and it sends no announcements.
     bool online() const;
-    /// `dropLink` ends one network link when the device restarts, on a thread
-    /// of the device's own, kLinkDropDelay after the answer that made it
-    /// restart. The number given back ends the watch (unwatchRestart); once
-    /// that has returned, `dropLink` is not running and never runs again.
-    uint64_t watchRestart(std::function<void()> dropLink);
-    void unwatchRestart(uint64_t watch);
+    /// `dropLink` ends one network link, and tells whether the link was still
+    /// open: when the device restarts, on a thread of the device's own,
+    /// kLinkDropDelay after the answer that made it restart, and when
+    /// cutLinks is called, on its caller's thread. The number given back ends
+    /// the watch (unwatchLink); once that has returned, `dropLink` is not
+    /// running and never runs again.
+    uint64_t watchLink(std::function<bool()> dropLink);
+    void unwatchLink(uint64_t watch);
+    /// Ends every network link to the device now, as a hang-up does: the
+    /// device stays online and takes new connections at once. Returns how
+    /// many of them were still open.
+    size_t cutLinks();
 
 private:
     friend class DeviceSession;
@@ -101,7 +107,7 @@ private:
 
     mutable std::mutex watchMutex_;  // guards the four below; taken after mutex_
     std::condition_variable watchWake_;
-    std::map<uint64_t, std::function<void()>> restartWatches_;
+    std::map<uint64_t, std::function<bool()>> linkWatches_;
     uint64_t nextWatch_ = 0;
     bool destroying_ = false;
     std::thread linkDropper_;  // started and joined under mutex_

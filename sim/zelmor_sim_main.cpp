@@ -3,7 +3,8 @@
 // hub relay serves all of them by their channels, and every device announces
 // itself on the LAN announcement port once a second. Devices that only announce
 // themselves can be added by the thousand, and SIGUSR1 switches some of them
-// off. Runs until SIGINT or SIGTERM.
+// off. SIGUSR2 hangs up the links of one device after another. Runs until
+// SIGINT or SIGTERM.
 #include <pthread.h>
 #include <signal.h>
 
@@ -28,7 +29,8 @@ constexpr char const* kDescription =
     "(127.0.0.2, 127.0.0.3, ...) on TCP port 7208, the hub relay for every device on 127.0.0.1:7209, LAN "
     "announcements to 127.0.0.1:7207 once a second, and the firmware files over HTTP on 127.0.0.1:7210. Nothing is "
     "ever sent outside 127.0.0.0/8. --announce-only adds devices that only announce themselves, on the addresses "
-    "after the others; SIGUSR1 makes the last --fall-silent of them stop. Without --device "
+    "after the others; SIGUSR1 makes the last --fall-silent of them stop. SIGUSR2 closes every connection of the "
+    "next served device in turn. Without --device "
     "it runs a Zelmor-K, a Zelmor-V and a Zelmor-V locked with a user password. Fault options apply to every "
     "device; a device's own keys override them.";
 
@@ -193,6 +195,19 @@ void printFleet(sim::Fleet& fleet, bool porcelain) {
     std::fflush(stdout);
 }
 
+/// Closes the links of the next device in turn and says so: a program that
+/// cuts links learns which device it hit and how many links ended.
+void cutNextLinks(sim::Fleet& fleet, bool porcelain) {
+    std::optional<sim::Fleet::LinkCut> const cut = fleet.cutNextLinks();
+    if (!cut) return;
+    std::string const address = sim::addressText(fleet.plan().devices[cut->device].address);
+    if (porcelain)
+        fmt::print("{{\"links_closed\":\"{}\",\"connections\":{}}}\n", address, cut->connections);
+    else
+        fmt::print("Closed {} link(s) of {}.\n", cut->connections, address);
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -215,6 +230,7 @@ int main(int argc, char** argv) {
     sigaddset(&signals, SIGINT);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGUSR1);
+    sigaddset(&signals, SIGUSR2);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     sim::Fleet fleet(std::move(std::get<sim::FleetPlan>(plan)));
@@ -225,7 +241,12 @@ int main(int argc, char** argv) {
     printFleet(fleet, options.porcelain);
 
     int signal = 0;
-    while (sigwait(&signals, &signal) == 0 && signal == SIGUSR1) fleet.fallSilent(options.fallSilent);
+    while (sigwait(&signals, &signal) == 0 && (signal == SIGUSR1 || signal == SIGUSR2)) {
+        if (signal == SIGUSR1)
+            fleet.fallSilent(options.fallSilent);
+        else
+            cutNextLinks(fleet, options.porcelain);
+    }
     fleet.stop();
     return 0;
 }
