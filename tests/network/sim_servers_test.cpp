@@ -3,6 +3,7 @@
 // the announcer. The SimProgram tests reach zelmor-sim's devices through them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 
 #include "announcer.h"
@@ -29,6 +30,14 @@ sim::SimulatedDeviceConfig deviceConfig(uint8_t revision, uint64_t serial) {
     config.seed = serial;
     config.historyDays = 1;
     return config;
+}
+
+/// The longer of a day's history: each of its two files holds what the time
+/// of day leaves it, down to nothing just after midnight.
+uint32_t longestLogFile(sim::SimulatedDevice& device) {
+    std::vector<sim::LogFileEntry> const files = device.logFiles();
+    return std::max_element(files.begin(), files.end(), [](auto const& a, auto const& b) { return a.size < b.size; })
+        ->id;
 }
 
 /// A device served on kAddress, misbehaving as `faults` say.
@@ -87,7 +96,7 @@ TEST(SimDeviceServer, StopsWhileAHostLeavesLargeAnswersUnread) {
     // up blocked on a host that never reads.
     RawSocket host = RawSocket::connected(kAddress, sim::DeviceServer::kDefaultPort);
     std::vector<uint8_t> payload;
-    ByteWriter(payload).write<uint32_t>(served.device.logFiles().front().id).write<uint32_t>(0).write<uint32_t>(131072);
+    ByteWriter(payload).write<uint32_t>(longestLogFile(served.device)).write<uint32_t>(0).write<uint32_t>(131072);
     for (uint16_t sequence = 1; sequence <= 60; ++sequence) host.send(plainFrame(0x44, sequence, payload));
     ASSERT_EQ(host.read(1).size(), 1u);
     served.server.stop();
@@ -102,7 +111,7 @@ TEST(SimDeviceServer, AnswersArriveWholeAndInOrderWhenTheHostReadsLate) {
     sim::SimulatedDeviceConfig config = deviceConfig(0x10, 0xA1);
     config.logIntervalSeconds = 1;
     ServedDevice served({}, config);
-    uint32_t const file = served.device.logFiles().front().id;
+    uint32_t const file = longestLogFile(served.device);
     std::vector<uint8_t> const log = served.device.logFile(file);
     RawSocket host = RawSocket::connected(kAddress, sim::DeviceServer::kDefaultPort, 4096);
     std::vector<uint8_t> expected;
