@@ -235,9 +235,14 @@ std::optional<Run> measure(size_t devices, std::chrono::milliseconds steady, boo
         return failed("The main window listed " + std::to_string(count()) + " of " + std::to_string(devices) +
                       " devices within 30 s (is UDP 7207 free?)");
     }
-    // The last rows, so that the picture shows how far the list goes.
-    if (screenshot) list->EnsureVisible(list->GetItemCount() - 1);
-    if (screenshot && !saveScreenshot(*window, list, *screenshot)) std::fprintf(stderr, "No screenshot taken\n");
+    // The last rows, so that the picture shows how far the list goes. The
+    // scrolled rows are drawn on a later pass of the event loop than the
+    // scroll itself.
+    if (screenshot) {
+        list->EnsureVisible(list->GetItemCount() - 1);
+        runEventLoopFor(500ms);
+        if (!saveScreenshot(*window, list, *screenshot)) std::fprintf(stderr, "No screenshot taken\n");
+    }
 
     {
         LatenessProbe probe;
